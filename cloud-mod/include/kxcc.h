@@ -1,0 +1,122 @@
+/* Client library of the local cloud broker (cloud-brd): requests to the cloud, the broker's status,
+ * notifications to the broker, and registration as the device's service.
+ *
+ * The library connects to "/tmp/cloud-brd" on the first call that needs it and leaves at exit. With
+ * the first connection it installs handlers for SIGINT and SIGTERM (leave the broker, exit status
+ * 255) and SIGPIPE (leave the broker; the next call connects anew).
+ *
+ * Threads: all calls belong to one thread of the program. Callbacks, handlers and hooks run in
+ * threads of the library. */
+#ifndef KXCC_H
+#define KXCC_H
+
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define KXCC_API __attribute__((visibility("default")))
+#else
+#define KXCC_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Result codes. Positive results are request ids or status values, as each call says; an error code
+ * of the broker is handed on as it is. */
+enum kxcc_result {
+    KXCC_OK = 0,
+    KXCC_ERROR_GENERAL = -1000,  /* allocation, wrong message, no free slot */
+    KXCC_ERROR_SERVER = -2000,   /* a listening socket could not be made */
+    KXCC_ERROR_SEND = -2001,     /* no connection to the broker, or sending failed */
+    KXCC_ERROR_RECEIVE = -2002,  /* the broker closed, or did not answer within 3 seconds */
+    KXCC_ERROR_PENDING = -3001,  /* no answer yet */
+    KXCC_ERROR_TIMEOUT = -3002,  /* no answer in time */
+    KXCC_ERROR_REPLY = -6000,    /* an answer that cannot be parsed or lacks a key */
+    KXCC_ERROR_PARAMETER = -7004 /* an argument that is not allowed */
+};
+
+/* Receives the answer of a request submitted with a callback, exactly once, in the library's
+ * callback thread: the cloud's answer, or {"error_code":-3002,"msg":"Request timeout"}. The text is
+ * the library's and goes when the callback returns. */
+typedef void (*kxcc_callback)(int32_t id, const char *text);
+
+/* Submits a request in account mode and returns at once.
+ * request: JSON-RPC text; timeout: milliseconds, negative means 5000; flag: passed on to the broker;
+ * callback: receives the answer, or null when the caller polls with kxcc_get_response.
+ * Returns the request id (positive), a code, or the broker's own error code. */
+KXCC_API int32_t kxcc_send_request_async(const char *request, int32_t timeout, int32_t flag,
+                                         kxcc_callback callback);
+
+/* The same in no-account mode. */
+KXCC_API int32_t kxcc_send_request_async_noaccount(const char *request, int32_t timeout, int32_t flag,
+                                                   kxcc_callback callback);
+
+/* Asks once for the answer of a submitted request. On 0, *text is a heap text that the caller
+ * releases with free(). KXCC_ERROR_PENDING: ask again later. */
+KXCC_API int32_t kxcc_get_response(int32_t id, char **text);
+
+/* Submits a request in account mode and waits for its answer, polling every 500 ms.
+ * Arguments as for kxcc_send_request_async; on 0, *text is a heap text that the caller releases with
+ * free(). KXCC_ERROR_TIMEOUT once `timeout` milliseconds have passed. */
+KXCC_API int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text);
+
+/* Tells the broker of an event. Returns the broker's error code (0: accepted) or a code. */
+KXCC_API int32_t kxcc_notify_cloud_brd(int32_t event);
+
+/* The broker's link to the cloud (2: connected, 4: reconnecting), its error code, or a code. */
+KXCC_API int32_t kxcc_get_link_status(void);
+
+/* The broker's mode (1: account mode), its error code, or a code. */
+KXCC_API int32_t kxcc_get_logic_status(void);
+
+/* Answers a request that the cloud sends to the device. *response: a heap text (malloc) that the
+ * library releases. Returns the error code to answer with. Runs in the library's register thread. */
+typedef int32_t (*kxcc_request_handler)(const char *request, char **response);
+
+/* The device's greeting to the cloud. Record and texts are on the heap (malloc), and the library
+ * releases them; a null text is sent as an empty one. */
+typedef struct kxcc_hello_info {
+    char *deviceId;
+    char *cloudUserName;
+    char *deviceName;
+    char *alias;
+    char *deviceMac;
+    char *hardwareId;
+    char *deviceModel;
+    char *deviceHardwareVersion;
+    char *firmwareId;
+    char *oemId;
+    char *firmwareVersion;
+} kxcc_hello_info;
+
+/* The cloud's answer to the greeting. The record and its texts are the library's and go when the
+ * hook returns. */
+typedef struct kxcc_hello_result {
+    int32_t errorCode;
+    int32_t status;
+    const char *firmwareDownloadPage;
+    const char *info;
+    int32_t stopConnect;
+    int32_t reconnectTime;
+} kxcc_hello_result;
+
+typedef void (*kxcc_hello_request_hook)(kxcc_hello_info **info);
+typedef void (*kxcc_hello_response_hook)(const kxcc_hello_result *result);
+
+/* Either hook may be null. */
+typedef struct kxcc_hello_hooks {
+    kxcc_hello_request_hook request;
+    kxcc_hello_response_hook response;
+} kxcc_hello_hooks;
+
+/* Registers the program with the broker as the device's service and waits at most 5 seconds for
+ * the broker's consent. handler and hooks must not be null; hooks is copied.
+ * Returns 0, KXCC_ERROR_PARAMETER, KXCC_ERROR_GENERAL (no connection, no thread) or
+ * KXCC_ERROR_TIMEOUT. */
+KXCC_API int32_t kxcc_register_callback_v2(kxcc_request_handler handler, const kxcc_hello_hooks *hooks);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,38 @@
+// JSON-RPC answers of the cloud: objects with "error_code", "msg" on failure, "result" on success.
+// Values are read as text, because the cloud sends numbers both bare and quoted.
+#pragma once
+
+#include <cjson/cJSON.h>
+
+/// Parses a text. @return the tree, which the caller deletes (cJSON_Delete); null on failure (logged).
+cJSON *cloud_jsonParseStr(const char *pBuf);
+
+/// The member `name` of an object as text (see cJSON_GetJsonObjString), letter case included. Of several
+/// members of that name the last one counts.
+/// @return a text that belongs to the tree; null when absent, or for a null argument (logged).
+char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
+
+/// The member `name` of element `index` of an array, as above.
+/// @return a text that belongs to the tree; null when absent, or when there is no such element (logged).
+char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);
+
+/// The value of one item as text: a string's content, a number in decimals (integers without a fraction),
+/// anything else as unformatted JSON.
+/// @return a text that belongs to the item, is valid as long as its tree and is released with it; the
+///         same text for every later call. Null for a null item or without memory.
+char *cJSON_GetJsonObjString(cJSON *item);
+
+/// Type codes of cJSON_GetJsonObjType. Only kJsonArray is tested anywhere.
+enum JsonType {
+    kJsonInvalid = -1,
+    kJsonFalse = 0,
+    kJsonTrue = 1,
+    kJsonNull = 2,
+    kJsonNumber = 3,
+    kJsonString = 4,
+    kJsonArray = 5,
+    kJsonObject = 6,
+};
+
+/// The type of an item. @return a JsonType; kJsonInvalid for a null item.
+int cJSON_GetJsonObjType(cJSON *item);
