@@ -1,0 +1,5 @@
+#include "cloud_localMsgHandler.h"
+
+int cloud_localMsgTask(unsigned int /*code*/) {
+    return 0;
+}
