@@ -1,0 +1,120 @@
+// The broker of the emulated device: a stream socket, one thread for each connection, a cloud
+// behind it. It has its own encoder of the wire format, shared with nothing of the device.
+// A scenario (docs/emulator.md) scripts its start values and its faults.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "cloud.h"
+#include "journal.h"
+
+namespace emulator {
+
+inline constexpr const char *kBrokerPath = "/tmp/cloud-brd";
+
+/// Wire types of messages; the answers to type n that have no number of their own use n + 1.
+enum MessageType : int {
+    kAccept = 16,
+    kRegister = 32,
+    kHelloAnswer = 34,
+    kSubmit = 64,
+    kPoll = 66,
+    kAnswer = 67,
+    kSubmitNoAccount = 68,
+    kNotify = 80,
+    kLink = 96,
+    kLogic = 98,
+    kCloudRequest = 112,
+    kCloudResponse = 113,
+    kAskHello = 128,
+    kHello = 129,
+};
+
+/// One message as bytes: magic A1 B2, type and length (big-endian), body.
+[[nodiscard]] std::string encode_frame(int type, std::string_view body);
+
+class Broker {
+public:
+    /// Listens at once, unless the scenario says "listening": false.
+    /// @throws std::system_error  the socket cannot be had.
+    Broker(Journal &journal, Cloud &cloud, json scenario = json::object(), std::string path = kBrokerPath);
+    ~Broker();
+    Broker(const Broker &) = delete;
+    Broker &operator=(const Broker &) = delete;
+
+    void start();  ///< Listens; nothing when it does already.
+    void stop();   ///< Closes socket and connections at once, and joins the threads.
+
+    /// Replaces the rules of the scenario; counters of nth begin anew.
+    void set_rules(const json &rules);
+
+    [[nodiscard]] int logic() const;
+    void set_logic(int value);
+    [[nodiscard]] int link() const;
+    /// 2 is up. With any other value no answer of the cloud comes in.
+    void set_link(int value);
+
+    // The register side. Each sends on the connection that registered itself, and waits for
+    // one to do so if there is none; std::runtime_error when the watchdog runs out.
+    void ask_hello();                                   ///< type 128
+    void deliver_hello(std::string_view cloud_answer);  ///< type 34: {"errorcode":0,"response":cloud_answer}
+    void deliver_hello();                               ///< type 34 with the cloud's answer to the last 129
+    void push_request(std::string_view cloud_request);  ///< type 112: {"request":cloud_request}
+    void send(int type, std::string_view body);         ///< any message
+
+private:
+    struct Connection;
+    struct Request;
+    struct Rule;
+
+    void _accept_loop();
+    void _serve(Connection &connection);
+    void _handle(Connection &connection, int type, const std::string &body);
+    [[nodiscard]] json _reply(Connection &connection, int type, const std::string &body, json &effects);
+    [[nodiscard]] json _submit(const std::string &body, const json &effects);
+    [[nodiscard]] json _poll(const std::string &body, const json &effects);
+    [[nodiscard]] int _link_now();
+    void _event(int event);
+    [[nodiscard]] json _effects(const Connection &connection, const std::string &on, int type,
+                                const std::string &body);
+    void _deliver(Connection &connection, int type, std::string_view body, const json &effects);
+    void _write(Connection &connection, int type, std::string_view body, std::string_view bytes);
+    void _then(Connection &connection, const json &steps);
+    bool _pause(std::chrono::milliseconds time);
+    Connection *_registered(std::unique_lock<std::mutex> &lock);
+
+    Journal &journal_;
+    Cloud &cloud_;
+    const json scenario_;
+    const std::string path_;
+
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    // All below: under mutex_.
+    bool stopping_ = false;
+    int listen_fd_ = -1;
+    int logic_ = 0;
+    int link_ = 2;
+    int link_polls_ = 0;                                // queries for which a reconnect still shows
+    std::chrono::steady_clock::time_point link_ready_;  // and the time until which it does
+    int next_id_ = 1;
+    int next_connection_ = 1;
+    std::map<int, Request> requests_;
+    std::vector<Rule> rules_;
+    std::list<std::unique_ptr<Connection>> connections_;
+    std::string last_hello_;
+    std::thread acceptor_;
+};
+
+}  // namespace emulator

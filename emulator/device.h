@@ -1,0 +1,76 @@
+// The emulated device as a whole: broker, cloud, kmpd, console and scripts around the real
+// program. Lives in a process that called enter_device().
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "broker.h"
+#include "cloud.h"
+#include "journal.h"
+#include "kmpd.h"
+#include "process.h"
+
+namespace emulator {
+
+inline constexpr const char *kDeviceId = "8012E7A1B2C3D4E5F60718293A4B5C6D7E8F9012";
+inline constexpr const char *kSoftwareVersion = "1.0.3 Build 20200923 Rel.36519\n";
+
+class Device {
+public:
+    /// Fresh /tmp with "device.info" and "softinfo", empty flash, neighbours started.
+    /// @param scenario  rules of the broker, and "kmpd" (docs/emulator.md).
+    /// @param cloud     changes to the built-in model of the cloud.
+    /// @param sink      file that gets the journal's lines, or null; stays the caller's.
+    explicit Device(json scenario = json::object(), json cloud = json::object(), std::FILE *sink = nullptr);
+    ~Device();
+    Device(const Device &) = delete;
+    Device &operator=(const Device &) = delete;
+
+    /// Runs a program on the device to its end, and records it. "cloud_msg" as argv[0] stands
+    /// for the program under test: CLOUD_MSG_COMMAND of the environment, split at blanks, if
+    /// set ("qemu-mips -L root path/cloud_msg"), else the one beside this executable.
+    Run run(std::vector<std::string> argv, const RunOptions &options = {});
+    Run cloud_msg(std::vector<std::string> args, const RunOptions &options = {});
+
+    /// Starts a program in the background.
+    [[nodiscard]] Process start(std::vector<std::string> argv, const RunOptions &options = {});
+
+    /// The text as cipher, as the device's web interface would make it.
+    [[nodiscard]] std::string encrypt(std::string_view text);
+
+    /// A record of the configuration store ("account", ...), by `cloud_store get`.
+    [[nodiscard]] json store(const std::string &name);
+
+    /// Back to the state that the constructor made; the journal is emptied.
+    void reset();
+
+    [[nodiscard]] Journal &journal() { return journal_; }
+    [[nodiscard]] Broker &broker() { return *broker_; }
+    [[nodiscard]] Cloud &cloud() { return *cloud_; }
+
+private:
+    void _start();
+    void _stop();
+    void _read_console();
+    void _read_records();
+
+    const json scenario_;
+    const json model_;
+    Journal journal_;
+    std::unique_ptr<Cloud> cloud_;
+    std::unique_ptr<Broker> broker_;
+    std::unique_ptr<Kmpd> kmpd_;
+    int stop_fd_ = -1;
+    int console_fd_ = -1;
+    int recorder_fd_ = -1;
+    std::thread reader_;
+};
+
+/// The words that start the program under test (see Device::run).
+[[nodiscard]] std::vector<std::string> cloud_msg_command();
+
+}  // namespace emulator

@@ -1,0 +1,64 @@
+// What happened on the device, as a list of JSON objects in order. Each has "seq" (from 1) and
+// "kind"; docs/emulator.md lists the kinds and their members. Safe for several threads.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace emulator {
+
+/// Members keep the order in which they were put in.
+using json = nlohmann::ordered_json;
+
+/// Longest wait for something that must happen; a test that reaches it has failed.
+inline constexpr std::chrono::seconds kWatchdog{60};
+
+class Journal {
+public:
+    using Predicate = std::function<bool(const json &)>;
+
+    /// @param sink  open file that gets each record as one line, or null; stays the caller's.
+    explicit Journal(std::FILE *sink = nullptr) : sink_(sink) {}
+
+    /// Appends a record {"seq", "kind", members of fields...}.
+    void add(std::string_view kind, const json &fields);
+
+    [[nodiscard]] std::vector<json> all() const;
+    [[nodiscard]] std::vector<json> select(const Predicate &wanted) const;
+    [[nodiscard]] std::vector<json> of_kind(std::string_view kind) const;
+
+    /// Records of messages of one wire type, of both directions.
+    [[nodiscard]] std::vector<json> messages(int type) const;
+
+    /// Returns the first record that fits, waiting for it if need be.
+    /// @throws std::runtime_error with the journal's text when the watchdog runs out.
+    json wait_for(const Predicate &wanted, std::chrono::milliseconds watchdog = kWatchdog) const;
+
+    /// One JSON object a line. Bytes that are no UTF-8 show as U+FFFD.
+    [[nodiscard]] std::string text() const;
+
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<json> records_;  // under mutex_
+    std::FILE *sink_;            // under mutex_
+    int seq_ = 0;                // under mutex_
+};
+
+/// A predicate: the record has each of these members with these values.
+[[nodiscard]] Journal::Predicate has(json members);
+
+/// Text of a record or any other value, safe for bytes that are no UTF-8.
+[[nodiscard]] std::string dump(const json &value);
+
+}  // namespace emulator

@@ -1,0 +1,42 @@
+// The management daemon of the emulated device: a datagram socket that records each datagram
+// and checks it at every offset.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "journal.h"
+
+namespace emulator {
+
+inline constexpr const char *kKmpdPath = "/tmp/cloud_kmpd_unix";
+inline constexpr size_t kDatagramSize = 10360;
+
+/// Everything that is wrong with a datagram, in words; empty when it is right.
+/// @param big_endian  byte order of the program that sent it.
+[[nodiscard]] std::vector<std::string> check_datagram(std::string_view datagram, bool big_endian);
+
+/// How it reacts to a datagram.
+enum class KmpdReply { kAnswer, kSilent, kOversize };
+
+class Kmpd {
+public:
+    Kmpd(Journal &journal, KmpdReply reply, bool big_endian, std::string path = kKmpdPath);
+    ~Kmpd();
+    Kmpd(const Kmpd &) = delete;
+    Kmpd &operator=(const Kmpd &) = delete;
+
+private:
+    void _serve();
+
+    Journal &journal_;
+    const KmpdReply reply_;
+    const bool big_endian_;
+    const std::string path_;
+    int fd_ = -1;
+    std::thread thread_;
+};
+
+}  // namespace emulator

@@ -1,0 +1,40 @@
+// The private world of an emulated device: own mounts, own process ids.
+// Three processes result. The outer one stays on the host and only waits; the second is
+// process 1 of the device, makes the mounts and reaps orphans; the third, its child, is the
+// program itself, in which enter_device() returns. When it ends, the kernel ends whatever
+// still runs in the device and drops every mount: nothing stays behind on the host.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace emulator {
+
+struct DeviceOptions {
+    std::string flash;              ///< host folder to use as the device's flash; empty: a private one
+    std::vector<std::string> keep;  ///< host paths that must stay reachable if they lie below /tmp or /mnt
+};
+
+/// Enters the device. Call it first thing in main(), before any thread exists: main() is run
+/// a second time from its start, inside. Open files of the host that the program needs before
+/// the call (it is the last moment at which the host's /tmp is seen).
+/// Returns only inside the device. Outside it waits and exits with the program's status
+/// (128 + n when signal n ended it). SIGINT, SIGTERM and SIGHUP are handed on to the program.
+/// Ends the process with status 125 and a message where namespaces are not to be had.
+/// A program started as "<program> record NAME ARGS..." inside a device reports the script
+/// NAME to the emulator and exits: the device's scripts do that.
+void enter_device(const DeviceOptions &options = {});
+
+/// Makes the device's /tmp empty; host folders that had to be kept in it stay.
+void clear_tmp();
+
+/// Makes the device's flash empty, unless it is a folder of the host.
+void clear_flash();
+
+// Places of the emulator's own inside the device.
+inline constexpr const char *kPrivateFolder = "/dev/.extender";
+inline constexpr const char *kRecorderPath = "/dev/.extender/recorder";
+inline constexpr const char *kConsolePath = "/dev/console";
+inline constexpr const char *kFlashPath = "/mnt";
+
+}  // namespace emulator
