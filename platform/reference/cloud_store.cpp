@@ -1,0 +1,272 @@
+// cloud_store: the records of the configuration store as JSON, for people and tests. Members bear the
+// names of the fields; texts and numbers stand at the offsets that the device's programs use.
+
+#include <cstdio>
+#include <cstring>
+#include <span>
+
+#include "store_objects.h"
+#include "util/cloud_owner.h"
+#include "wrapper.h"
+
+namespace {
+
+constexpr int kExitFailed = 1;  // the store refused or could not
+constexpr int kExitUsage = 2;
+
+constexpr size_t kLongestRecord = 2648;
+using RecordBytes = std::array<unsigned char, kLongestRecord>;
+
+enum class Kind { kText, kNumber, kCount };  // kCount: a number that only the store fills
+
+struct Field {
+    const char *record;
+    const char *name;
+    Kind kind;
+    uint16_t offset;
+    uint16_t size;  // bytes; of a text with its terminator
+};
+
+constexpr Field kFields[] = {
+    {"login", "role", Kind::kNumber, 0, 1},
+    {"login", "userName", Kind::kText, 1, 129},
+    {"upgrade-time", "seconds", Kind::kNumber, 0, 4},
+    {"upgrade-time", "flag", Kind::kNumber, 4, 4},
+    {"device-status", "bind_status", Kind::kNumber, 0, 1},
+    {"device-status", "need_unbind", Kind::kNumber, 1, 1},
+    {"upgrade-info", "location", Kind::kNumber, 0, 1},
+    {"upgrade-info", "type", Kind::kNumber, 1, 1},
+    {"upgrade-info", "releaseDate", Kind::kText, 2, 17},
+    {"upgrade-info", "version", Kind::kText, 276, 65},
+    {"upgrade-info", "releaseLog", Kind::kText, 341, 1025},
+    {"upgrade-info", "releaseLogUrl", Kind::kText, 1366, 257},
+    {"upgrade-info", "url", Kind::kText, 1623, 1025},
+    {"device-info", "kind", Kind::kNumber, 0, 1},
+    {"device-info", "alias", Kind::kText, 1, 65},
+    {"account", "count", Kind::kCount, 0, 4},
+    {"account", "userName", Kind::kText, 4, 129},
+    {"account", "password", Kind::kText, 133, 513},
+};
+
+[[nodiscard]] bool _isOf(const Field &field, const Record &record) {
+    return strcmp(field.record, record.name) == 0;
+}
+
+[[nodiscard]] const Record *_findRecord(const char *name) {
+    for (const Record &record : kRecords) {
+        if (strcmp(record.name, name) == 0) {
+            return &record;
+        }
+    }
+    return nullptr;
+}
+
+// Store access -------------------------------------------------------------------------------------
+
+[[nodiscard]] bool _read(const Record &record, RecordBytes *bytes) {
+    WrpOpEntry entry{record.readId, 0, 0, reinterpret_cast<uintptr_t>(bytes->data()), record.size};
+    if (wrpOpGrpDo(&entry, sizeof(entry), WRP_READ) == 0) {
+        return true;
+    }
+    fprintf(stderr, "cloud_store: cannot read %s\n", record.name);
+    return false;
+}
+
+[[nodiscard]] int _write(std::span<WrpOpEntry> entries) {
+    if (wrpOpGrpDo(entries.data(), static_cast<int>(entries.size_bytes()), WRP_WRITE) == 0) {
+        return 0;
+    }
+    fprintf(stderr, "cloud_store: cannot write the store\n");
+    return kExitFailed;
+}
+
+[[nodiscard]] WrpOpEntry _writeEntry(const Record &record, const RecordBytes &bytes) {
+    return {record.writeId, reinterpret_cast<uintptr_t>(bytes.data()), record.size, 0, 0};
+}
+
+// An account list of zeros would still be an account that was written: there is an id to clear it.
+[[nodiscard]] WrpOpEntry _clearEntry(const Record &record) {
+    static constexpr RecordBytes kZeros{};
+    return &record == &kAccountRecord ? WrpOpEntry{kAccountClearId, 0, 0, 0, 0} : _writeEntry(record, kZeros);
+}
+
+// Fields -------------------------------------------------------------------------------------------
+
+// Numbers of 1 or 4 bytes, in the device's byte order.
+[[nodiscard]] uint32_t _number(const Field &field, const RecordBytes &bytes) {
+    uint32_t value = bytes[field.offset];
+    if (field.size == sizeof(value)) {
+        memcpy(&value, bytes.data() + field.offset, sizeof(value));
+    }
+    return value;
+}
+
+void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
+    if (field.size == sizeof(value)) {
+        memcpy(bytes->data() + field.offset, &value, sizeof(value));
+    } else {
+        (*bytes)[field.offset] = static_cast<unsigned char>(value);
+    }
+}
+
+[[nodiscard]] bool _addMember(cJSON *object, const Field &field, const RecordBytes &bytes) {
+    if (field.kind != Kind::kText) {
+        return cJSON_AddNumberToObject(object, field.name, _number(field, bytes)) != nullptr;
+    }
+    char text[kLongestRecord + 1] = "";  // a stored text may fill its field without a terminator
+    memcpy(text, bytes.data() + field.offset, field.size);
+    return cJSON_AddStringToObject(object, field.name, text) != nullptr;
+}
+
+// @return what is wrong with the value; null when it was taken over.
+[[nodiscard]] const char *_setField(const Field &field, const cJSON *value, RecordBytes *bytes) {
+    if (field.kind == Kind::kText) {
+        if (!cJSON_IsString(value)) {
+            return "must be a text";
+        }
+        const size_t length = strlen(value->valuestring);
+        if (length >= field.size) {
+            return "is too long";
+        }
+        memset(bytes->data() + field.offset, 0, field.size);
+        memcpy(bytes->data() + field.offset, value->valuestring, length);
+        return nullptr;
+    }
+    const double highest = field.size == 1 ? UINT8_MAX : UINT32_MAX;
+    const double given = cJSON_IsNumber(value) ? value->valuedouble : -1;
+    if (!(given >= 0 && given <= highest) || static_cast<uint32_t>(given) != given) {
+        return "must be a whole number that fits";
+    }
+    _setNumber(field, field.kind == Kind::kCount ? 0 : static_cast<uint32_t>(given), bytes);
+    return nullptr;
+}
+
+[[nodiscard]] const Field *_findField(const Record &record, const char *name) {
+    for (const Field &field : kFields) {
+        if (_isOf(field, record) && strcmp(field.name, name) == 0) {
+            return &field;
+        }
+    }
+    return nullptr;
+}
+
+[[nodiscard]] bool _setMembers(const Record &record, const cJSON *object, RecordBytes *bytes) {
+    const cJSON *member = nullptr;
+    cJSON_ArrayForEach(member, object) {
+        const Field *const field = _findField(record, member->string);
+        const char *const fault = field == nullptr ? "is no field" : _setField(*field, member, bytes);
+        if (fault != nullptr) {
+            fprintf(stderr, "cloud_store: %s of %s %s\n", member->string, record.name, fault);
+            return false;
+        }
+    }
+    return true;
+}
+
+// Commands -----------------------------------------------------------------------------------------
+
+[[nodiscard]] JsonTree _toJson(const Record &record) {
+    RecordBytes bytes{};
+    JsonTree object(cJSON_CreateObject());
+    if (!_read(record, &bytes)) {
+        return nullptr;
+    }
+    for (const Field &field : kFields) {
+        if (_isOf(field, record) && !_addMember(object.get(), field, bytes)) {
+            return nullptr;
+        }
+    }
+    return object;
+}
+
+[[nodiscard]] int _print(const char *text) {
+    return text != nullptr && puts(text) >= 0 ? 0 : kExitFailed;
+}
+
+[[nodiscard]] int _dump() {
+    const JsonTree all(cJSON_CreateObject());
+    for (const Record &record : kRecords) {
+        JsonTree object = _toJson(record);
+        if (object == nullptr || cJSON_AddItemToObject(all.get(), record.name, object.get()) == 0) {
+            return kExitFailed;
+        }
+        static_cast<void>(object.release());  // the tree owns it now
+    }
+    return _print(JsonText(cJSON_Print(all.get())).get());
+}
+
+[[nodiscard]] int _get(const Record &record) {
+    const JsonTree object = _toJson(record);
+    return object == nullptr ? kExitFailed : _print(JsonText(cJSON_PrintUnformatted(object.get())).get());
+}
+
+// Members that are not given keep their value.
+[[nodiscard]] int _set(const Record &record, const char *text) {
+    const JsonTree object(cJSON_ParseWithOpts(text, nullptr, 1));
+    if (!cJSON_IsObject(object.get())) {
+        fprintf(stderr, "cloud_store: the value must be a JSON object\n");
+        return kExitUsage;
+    }
+    RecordBytes bytes{};
+    if (!_read(record, &bytes)) {
+        return kExitFailed;
+    }
+    if (!_setMembers(record, object.get(), &bytes)) {
+        return kExitUsage;
+    }
+    WrpOpEntry entry = _writeEntry(record, bytes);
+    return _write({&entry, 1});
+}
+
+[[nodiscard]] int _clearAll() {
+    std::array<WrpOpEntry, std::size(kRecords)> entries;
+    for (size_t i = 0; i < entries.size(); ++i) {
+        entries[i] = _clearEntry(kRecords[i]);
+    }
+    return _write(entries);
+}
+
+[[nodiscard]] int _clear(const Record &record) {
+    WrpOpEntry entry = _clearEntry(record);
+    return _write({&entry, 1});
+}
+
+[[nodiscard]] int _usage() {
+    fprintf(stderr,
+            "Usage: cloud_store dump\n"
+            "       cloud_store get NAME\n"
+            "       cloud_store set NAME JSON    members that are not given keep their value\n"
+            "       cloud_store clear [NAME]\n"
+            "Names:");
+    for (const Record &record : kRecords) {
+        fprintf(stderr, " %s", record.name);
+    }
+    fprintf(stderr, "\n");
+    return kExitUsage;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const char *const command = argc > 1 ? argv[1] : "";
+    const Record *const record = argc > 2 ? _findRecord(argv[2]) : nullptr;
+    if (argc == 2 && strcmp(command, "dump") == 0) {
+        return _dump();
+    }
+    if (argc == 2 && strcmp(command, "clear") == 0) {
+        return _clearAll();
+    }
+    if (record == nullptr) {
+        return _usage();
+    }
+    if (argc == 3 && strcmp(command, "get") == 0) {
+        return _get(*record);
+    }
+    if (argc == 4 && strcmp(command, "set") == 0) {
+        return _set(*record, argv[3]);
+    }
+    if (argc == 3 && strcmp(command, "clear") == 0) {
+        return _clear(*record);
+    }
+    return _usage();
+}

@@ -1,0 +1,125 @@
+#include "store_db.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "state_file.h"
+
+namespace {
+
+constexpr int kBusyWaitMs = 5000;  // a writer holds the file for milliseconds
+constexpr int kFormatVersion = 1;
+constexpr char kCreate[] =
+    "CREATE TABLE object(name TEXT PRIMARY KEY, record BLOB NOT NULL) WITHOUT ROWID;"
+    "PRAGMA user_version=1";
+
+// SQLite would make the file readable to everyone. It is not open here yet: closing a second descriptor
+// of an open database would drop its locks.
+[[nodiscard]] bool _makeFile(const PathText &path) {
+    if (!state_makeFolderOf(path)) {
+        return false;
+    }
+    const UniqueFd fd(open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    return fd.ok();
+}
+
+}  // namespace
+
+StoreDb::Opened StoreDb::open(Mode mode) {
+    PathText path;
+    if (!state_storeFile(&path)) {
+        return Opened::kFailed;
+    }
+    struct stat found {};
+    if (stat(path.data(), &found) != 0) {
+        if (mode == Mode::kRead) {
+            return errno == ENOENT ? Opened::kEmpty : Opened::kFailed;
+        }
+        if (!_makeFile(path)) {
+            return Opened::kFailed;
+        }
+    }
+    // Readers ask for writing too: a journal that a killed writer left has to be rolled back first.
+    sqlite3 *raw = nullptr;
+    const int result =
+        sqlite3_open_v2(path.data(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
+    db_.reset(raw);
+    if (result != SQLITE_OK || sqlite3_busy_timeout(raw, kBusyWaitMs) != SQLITE_OK ||
+        !run(mode == Mode::kRead ? "BEGIN" : "BEGIN IMMEDIATE")) {
+        return Opened::kFailed;
+    }
+    switch (version()) {
+        case kFormatVersion:
+            return Opened::kReady;
+        case 0:  // a file without content: its first writer was killed, or is at it
+            if (mode == Mode::kRead) {
+                return Opened::kEmpty;
+            }
+            return run(kCreate) ? Opened::kReady : Opened::kFailed;
+        default:
+            return Opened::kFailed;
+    }
+}
+
+bool StoreDb::get(const char *name, std::span<unsigned char> record) {
+    const Statement row = prepare("SELECT record FROM object WHERE name=?1", name);
+    if (row == nullptr) {
+        return false;
+    }
+    const int result = sqlite3_step(row.get());
+    if (result == SQLITE_DONE) {
+        std::fill(record.begin(), record.end(), static_cast<unsigned char>(0));
+        return true;
+    }
+    if (result != SQLITE_ROW || sqlite3_column_type(row.get(), 0) != SQLITE_BLOB ||
+        static_cast<size_t>(sqlite3_column_bytes(row.get(), 0)) != record.size()) {
+        return false;
+    }
+    const auto *const bytes = static_cast<const unsigned char *>(sqlite3_column_blob(row.get(), 0));
+    std::copy_n(bytes, record.size(), record.begin());
+    return true;
+}
+
+bool StoreDb::put(const char *name, std::span<const unsigned char> record) {
+    const Statement row = prepare("INSERT OR REPLACE INTO object VALUES(?1,?2)", name);
+    return row != nullptr &&
+           sqlite3_bind_blob(row.get(), 2, record.data(), static_cast<int>(record.size()), SQLITE_STATIC) ==
+               SQLITE_OK &&
+           sqlite3_step(row.get()) == SQLITE_DONE;
+}
+
+bool StoreDb::erase(const char *name) {
+    const Statement row = prepare("DELETE FROM object WHERE name=?1", name);
+    return row != nullptr && sqlite3_step(row.get()) == SQLITE_DONE;
+}
+
+bool StoreDb::commit() {
+    return run("COMMIT");
+}
+
+bool StoreDb::run(const char *sql) {
+    return sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+StoreDb::Statement StoreDb::prepare(const char *sql, const char *name) {
+    sqlite3_stmt *raw = nullptr;
+    if (sqlite3_prepare_v2(db_.get(), sql, -1, &raw, nullptr) != SQLITE_OK) {
+        return nullptr;
+    }
+    Statement statement(raw);
+    if (name != nullptr && sqlite3_bind_text(raw, 1, name, -1, SQLITE_STATIC) != SQLITE_OK) {
+        return nullptr;
+    }
+    return statement;
+}
+
+int StoreDb::version() {
+    const Statement row = prepare("PRAGMA user_version", nullptr);
+    if (row == nullptr || sqlite3_step(row.get()) != SQLITE_ROW) {
+        return -1;
+    }
+    return sqlite3_column_int(row.get(), 0);
+}
