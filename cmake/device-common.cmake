@@ -1,0 +1,38 @@
+# Shared by the toolchain files of this folder. Before it: DEVICE_SYSROOT (what script/device made)
+# and DEVICE_TOOLS, the prefix of GCC's tools.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_C_COMPILER ${DEVICE_SYSROOT}/bin/cc)
+set(CMAKE_CXX_COMPILER ${DEVICE_SYSROOT}/bin/c++)
+# Archives of link-time optimised objects need GCC's plugin.
+set(CMAKE_AR ${DEVICE_TOOLS}gcc-ar CACHE STRING "")
+set(CMAKE_RANLIB ${DEVICE_TOOLS}gcc-ranlib CACHE STRING "")
+set(CMAKE_NM ${DEVICE_TOOLS}gcc-nm CACHE STRING "")
+set(CMAKE_STRIP ${DEVICE_TOOLS}strip CACHE STRING "")
+set(CMAKE_C_COMPILER_AR ${DEVICE_TOOLS}gcc-ar CACHE STRING "")
+set(CMAKE_C_COMPILER_RANLIB ${DEVICE_TOOLS}gcc-ranlib CACHE STRING "")
+set(CMAKE_CXX_COMPILER_AR ${DEVICE_TOOLS}gcc-ar CACHE STRING "")
+set(CMAKE_CXX_COMPILER_RANLIB ${DEVICE_TOOLS}gcc-ranlib CACHE STRING "")
+if(NOT EXISTS ${CMAKE_CXX_COMPILER})
+  message(FATAL_ERROR "${DEVICE_SYSROOT} is not there yet: run script/device")
+endif()
+
+# There is no C++ runtime library to link CMake's trial programs with.
+set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
+
+# A program at a fixed address: the processor has no cheap way to address its own data relative to
+# the code. Debian's GCC would make it relocatable.
+set(CMAKE_C_FLAGS_INIT "-fno-pie")
+set(CMAKE_CXX_FLAGS_INIT "-fno-pie")
+# A length that GCC cannot follow through mbedTLS once it optimises across it.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-no-pie -Wno-stringop-overflow")
+
+# reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
+# libcurl names its own libraries, with their folder, in its .pc file.
+set(CMAKE_FIND_ROOT_PATH ${DEVICE_SYSROOT}/reference ${DEVICE_SYSROOT})
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
+set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(CMAKE_PREFIX_PATH /)
+set(ENV{PKG_CONFIG_LIBDIR} ${DEVICE_SYSROOT}/lib/pkgconfig:${DEVICE_SYSROOT}/reference/lib/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} "")
