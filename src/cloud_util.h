@@ -9,6 +9,7 @@
 
 #include <cstdarg>
 #include <cstddef>
+#include <string_view>
 
 /// Longest console message in characters; longer ones are cut.
 inline constexpr size_t kConsoleMessageMax = 4904;
@@ -78,3 +79,7 @@ int cloud_semDestroy(sem_t sem);
 /// Writes a 16-byte digest as 32 upper-case hexadecimal characters and a terminator (33 bytes).
 /// @return 0; -1 for a null argument.
 int cloud_digestToHexStr(const unsigned char *digest, char *out);
+
+/// Writes a text to a file as its whole content, creating it (0666 less the umask) or truncating it.
+/// @return 0; -1 when it cannot be opened; -2 when not all of it could be written.
+int cloud_writeFile(const char *path, std::string_view text);

@@ -1,0 +1,44 @@
+// Request texts of the account commands: what each command asks of the cloud.
+//
+// Every formatter returns a heap text that the caller releases with free(), or null when the request
+// cannot be made (reasons that the user cannot see elsewhere are logged). Arguments are those of the
+// command, as they stand on the command line.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "base64.h"
+
+namespace cloud_account {
+
+char *_format_bind_msg_req(const char *user, const char *encPassword);
+char *_format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password);
+char *_format_unbind_msg_req(const char *user, const char *unused);
+char *_format_login_msg_req(const char *user, const char *encPassword);
+char *_format_alias_msg_req(const char *b64Alias, const char *unused);
+char *_format_rmuser_msg_req(const char *owner, const char *user);
+char *_format_online_msg_req(const char *unused1, const char *unused2);
+/// @param serviceId  at most 15 characters of it are taken; null: the web service.
+char *_format_devtoken_msg_req(const char *serviceId, const char *unused);
+char *_format_passthrough_msg_req(const char *method, const char *b64Request);
+
+/// Decodes a Base64 argument into a zeroed buffer, so that the result is a text.
+/// @return false when the text is longer than the buffer takes. Malformed text is not refused: what was
+///         decoded before the fault stands in the buffer.
+[[nodiscard]] inline bool _decode_argument(const char *b64, char *text, size_t size) {
+    const auto room = static_cast<int32_t>(size - 1);
+    if (b64_decodedSize(b64) > room) {
+        return false;
+    }
+    b64_decode(text, room, b64, -1);
+    return true;
+}
+
+// Rooms of decoded arguments: those of the records they go to, and of a passthrough request.
+using UserName = std::array<char, 129>;
+using Password = std::array<char, 513>;
+using Alias = std::array<char, 65>;
+inline constexpr size_t kPassthroughRoom = 2100;
+
+}  // namespace cloud_account

@@ -1,0 +1,24 @@
+// Answers of the cloud to account commands, turned into the command's result.
+//
+// Every parser takes the answer text (null when there is none) and the command's first argument, and
+// returns the answer's error code, 0 being success; -1 when the answer lacks what it must hold (logged).
+#pragma once
+
+#include <cstdint>
+
+namespace cloud_account {
+
+int32_t _parse_binddev_result(const char *response, const char *unused);
+int32_t _parse_unbinddev_result(const char *response, const char *unused);
+int32_t _parse_update_alias_result(const char *response, const char *unused);
+int32_t _parse_rmuser_result(const char *response, const char *unused);
+/// 0 for every answer with an error code, whatever it is: the cloud was reached.
+int32_t _parse_online_result(const char *response, const char *unused);
+/// Stores role and user name of a successful login.
+int32_t _parse_login_result(const char *response, const char *user);
+/// Writes "/tmp/cloud.token" and starts the script that deletes it when the token expires.
+int32_t _parse_token_result(const char *response, const char *unused);
+/// Caches any JSON answer under the method's name. -7004 when there is nothing to cache.
+int32_t _parse_passthrough_result(const char *response, const char *method);
+
+}  // namespace cloud_account

@@ -1,0 +1,137 @@
+#include "cloud_accountState.h"
+
+#include <strings.h>
+
+#include <cstdlib>
+#include <cstring>
+
+#include "cloud_accountKeys.h"
+#include "cloud_accountLog.h"
+#include "cloud_accountPasswd.h"
+#include "cloud_accountRequest.h"
+#include "cloud_api_wrap.h"
+#include "cloud_path.h"
+#include "cloud_userConfig.h"
+#include "cloud_util.h"
+
+namespace cloud_account {
+namespace {
+
+constexpr int32_t kModeAccount = 1;
+constexpr int32_t kModeNoAccount = 0;
+constexpr uint8_t kBound = 1;
+constexpr uint8_t kOwnerRole = 0;
+constexpr size_t kUserNameMax = sizeof(AccountList::userName) - 1;
+constexpr size_t kPlainCompared = 512;
+
+void _start_reload() {
+    static_cast<void>(system(kReloadCommand));
+}
+
+void _set_bound() {
+    DeviceStatus status;
+    cloud_getDeviceStatus(&status);
+    status.bind_status = kBound;
+    cloud_setDeviceStatus(&status);
+}
+
+// The device keeps one account: whoever was there before goes.
+void _replace_account(const char *user, const char *password) {
+    cloud_delallAccount();
+    AccountList list{};
+    cstr_strncpy(list.userName, user, sizeof list.userName);
+    cstr_strncpy(list.password, password, sizeof list.password);
+    cloud_insertAccount(&list);
+}
+
+void _clear_account() {
+    AccountList list;
+    cloud_getAccount(&list);
+    _remove_passwd_user(list.userName);
+    DeviceStatus status{};
+    cloud_setDeviceStatus(&status);
+    cloud_delallAccount();
+    cloud_writeFile(kLoginPath, "0\n");
+    cloud_wrap_set_connection_mode(kModeNoAccount);
+}
+
+// Whether the password of a login differs from the stored one. Two encryptions of one password differ,
+// so the plain texts are compared; if either does not decrypt nothing is known and nothing changes.
+[[nodiscard]] bool _password_differs(const char *encPassword, const char *stored) {
+    RsaKeys keys;
+    keys.load();
+    const SecretText given = keys.decrypt(encPassword);
+    const SecretText known = keys.decrypt(stored);
+    if (given == nullptr || known == nullptr) {
+        MSG_LOG("Decrypt password failed.");
+        return false;
+    }
+    return strncmp(given.get(), known.get(), kPlainCompared) != 0;
+}
+
+}  // namespace
+
+void _bind_store_account(const char *user, const char *encPassword) {
+    if (user == nullptr || encPassword == nullptr) {
+        return;
+    }
+    _set_bound();
+    _replace_account(user, encPassword);
+    cloud_wrap_set_connection_mode(kModeAccount);
+    _start_reload();
+}
+
+void _tmp_bind_store_account(const char *b64User, const char *b64Password) {
+    if (b64User == nullptr || b64Password == nullptr) {
+        return;
+    }
+    // Whether they fit was settled when the request was made.
+    UserName user{};
+    Password password{};
+    static_cast<void>(_decode_argument(b64User, user.data(), user.size()));
+    static_cast<void>(_decode_argument(b64Password, password.data(), password.size()));
+    RsaKeys keys;
+    keys.loadPublic();
+    const SecretText encrypted = keys.encrypt(password.data());
+    _set_bound();
+    // Better an account with a plain password than a bound device without one.
+    _replace_account(user.data(), encrypted != nullptr ? encrypted.get() : password.data());
+    explicit_bzero(password.data(), password.size());
+    cloud_wrap_set_connection_mode(kModeAccount);
+}
+
+void _unbind_clear_account(const char * /*unused*/, const char * /*unused*/) {
+    _clear_account();
+    _start_reload();
+}
+
+void _tmp_unbind_clear_account(const char * /*unused*/, const char * /*unused*/) {
+    _clear_account();
+}
+
+void _config_login_info(const char *user, const char *encPassword) {
+    if (user == nullptr || encPassword == nullptr) {
+        return;
+    }
+    cloud_writeFile(kLoginPath, "1\n");
+    LoginInfo login;
+    cloud_getLoginInfo(&login);
+    AccountList stored;
+    cloud_getAccount(&stored);
+    const bool known = stored.count > 0 && strncasecmp(user, stored.userName, kUserNameMax) == 0;
+    const bool changed = known ? _password_differs(encPassword, stored.password) : stored.userName[0] != '\0';
+    if (changed && login.role == kOwnerRole) {
+        _replace_account(user, encPassword);
+        _start_reload();
+    }
+}
+
+void _update_alias_store(const char *b64Alias, const char * /*unused*/) {
+    DeviceInfo info;
+    cloud_getDeviceInfo(&info);
+    memset(info.alias, 0, sizeof info.alias);
+    static_cast<void>(_decode_argument(b64Alias, info.alias, sizeof info.alias));
+    cloud_setDeviceInfo(&info);
+}
+
+}  // namespace cloud_account

@@ -1,0 +1,93 @@
+// Account commands that need no request of their own.
+#include <cstdio>
+
+#include "cloud_account.h"
+#include "cloud_api_wrap.h"
+#include "cloud_owner.h"
+#include "cloud_path.h"
+#include "cloud_userConfig.h"
+#include "cloud_util.h"
+#include "kxcc.h"
+
+namespace {
+
+constexpr uint8_t kMarked = 1;
+
+// An account counts only when its credential is stored: a name alone cannot be used for anything.
+[[nodiscard]] int _has_account() {
+    AccountList list;
+    cloud_getAccount(&list);
+    return list.password[0] != '\0' ? 1 : 0;
+}
+
+[[nodiscard]] bool _is_marked(const DeviceStatus &status) {
+    return status.bind_status == kMarked || status.need_unbind == kMarked;
+}
+
+void _write_factory_part(cJSON *object) {
+    const JsonText text(object == nullptr ? nullptr : cJSON_Print(object));
+    if (text == nullptr) {
+        return;
+    }
+    const UniqueFile file(fopen(kFactoryPath, "wte"));
+    if (file != nullptr) {
+        fprintf(file.get(), "%s\n", text.get());
+    }
+}
+
+/// @param list, status  either may be null: its keys are then left out.
+int _format_factory_info(const AccountList *list, const DeviceStatus *status) {
+    const JsonTree report(cJSON_CreateObject());
+    if (report == nullptr) {
+        return -1;
+    }
+    if (list != nullptr) {
+        cJSON_AddStringToObject(report.get(), "username", list->userName);
+        cJSON_AddStringToObject(report.get(), "password", list->password);
+    }
+    if (status != nullptr && status->need_unbind == 0) {
+        cJSON_AddNumberToObject(report.get(), "bind_status", status->bind_status);
+    } else if (status != nullptr) {
+        cJSON_AddNumberToObject(report.get(), "need_unbind", status->need_unbind);
+    }
+    _write_factory_part(report.get());
+    return 0;
+}
+
+int32_t _do_factory() {
+    DeviceStatus status;
+    cloud_getDeviceStatus(&status);
+    if (!_is_marked(status)) {
+        return 0;
+    }
+    cloud_msg_unbind_device(nullptr);
+    cloud_getDeviceStatus(&status);
+    if (!_is_marked(status)) {
+        return 0;
+    }
+    // Not unbound: who resets the device is told with which account the unbind is still owed.
+    AccountList list;
+    cloud_getAccount(&list);
+    status.need_unbind = kMarked;
+    _format_factory_info(&list, &status);
+    return 0;
+}
+
+}  // namespace
+
+int32_t cloud_msg_check_bind_status() {
+    return _has_account();
+}
+
+int32_t cloud_msg_get_logic_status() {
+    return kxcc_get_logic_status();
+}
+
+int32_t cloud_msg_set_logic_status() {
+    cloud_wrap_set_connection_mode(_has_account());
+    return 0;
+}
+
+int32_t cloud_msg_factory() {
+    return _do_factory();
+}

@@ -1,0 +1,141 @@
+#include "cloud_api_wrap.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "cloud_jsonRpc.h"
+#include "cloud_owner.h"
+#include "cloud_util.h"
+#include "kxcc.h"
+
+namespace {
+
+constexpr int32_t kAccountMode = 1;  // logic status, and connection mode
+constexpr int32_t kLinkUp = 2;
+constexpr int32_t kEventAccount = 10;
+constexpr int32_t kEventNoAccount = 11;
+constexpr int kAttempts = 3;
+constexpr int32_t kPollStepMs = 500;
+constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the request reached it
+
+// One submission without an account, polled in nominal steps: slow polls do not shorten it.
+[[nodiscard]] int32_t _poll_noaccount(int32_t id, int32_t timeout_ms, char **response_out) {
+    for (int64_t elapsed = 0; elapsed <= timeout_ms; elapsed += kPollStepMs) {
+        if (kxcc_get_response(id, response_out) == KXCC_OK) {
+            return KXCC_OK;
+        }
+        usleep(kPollStepMs * 1000);
+    }
+    return KXCC_ERROR_TIMEOUT;
+}
+
+[[nodiscard]] HeapText _format_link_test() {
+    const JsonTree request(cJSON_CreateObject());
+    if (request == nullptr ||
+        cJSON_AddStringToObject(request.get(), "method", "myTestConnection") == nullptr) {
+        CLOUD_LOG("create pJsonObj failed!\n");
+        return nullptr;
+    }
+    HeapText text(cJSON_PrintUnformatted(request.get()));
+    if (text == nullptr) {
+        CLOUD_LOG("format json string error!\n");
+    }
+    return text;
+}
+
+[[nodiscard]] int32_t _milliseconds(int32_t seconds) {
+    return seconds > INT32_MAX / 1000 ? INT32_MAX : seconds * 1000;
+}
+
+[[nodiscard]] bool _wait_for_link(int32_t wait_s) {
+    for (int32_t i = 0; i < wait_s; ++i) {
+        if (kxcc_get_link_status() == kLinkUp) {
+            return true;
+        }
+        CLOUD_LOG("waiting for reconnect...\n");
+        cloud_sleep(1);
+    }
+    return false;
+}
+
+}  // namespace
+
+int32_t cloud_wrap_send_request_sync(const char *request, int32_t timeout_ms, uint32_t kind,
+                                     char **response_out) {
+    if (kxcc_get_logic_status() == kAccountMode) {
+        return cloud_wrap_send_request_sync_account(request, timeout_ms, kind, response_out);
+    }
+    return cloud_wrap_send_request_sync_noaccount(request, timeout_ms, kind, response_out);
+}
+
+int32_t cloud_wrap_send_request_sync_account(const char *request, int32_t timeout_ms, uint32_t kind,
+                                             char **response_out) {
+    return kxcc_send_request_sync(request, timeout_ms, static_cast<int32_t>(kind), response_out);
+}
+
+int32_t cloud_wrap_send_request_sync_noaccount(const char *request, int32_t timeout_ms, uint32_t kind,
+                                               char **response_out) {
+    if (request == nullptr) {
+        return KXCC_ERROR_GENERAL;
+    }
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        const int32_t id =
+            kxcc_send_request_async_noaccount(request, timeout_ms, static_cast<int32_t>(kind), nullptr);
+        if (id < 0) {
+            return id;
+        }
+        if (_poll_noaccount(id, timeout_ms, response_out) == KXCC_OK) {
+            return KXCC_OK;
+        }
+    }
+    return KXCC_ERROR_TIMEOUT;
+}
+
+int32_t cloud_wrap_set_connection_mode(int32_t mode) {
+    return kxcc_notify_cloud_brd(mode == kAccountMode ? kEventAccount : kEventNoAccount);
+}
+
+int testCloudSrvConnection(int32_t timeout_s) {
+    const HeapText request = _format_link_test();
+    if (request == nullptr) {
+        return 0;
+    }
+    char *answer = nullptr;
+    const int32_t sent = cloud_wrap_send_request_sync(request.get(), _milliseconds(timeout_s), 1, &answer);
+    const HeapText response(answer);
+    if (sent != KXCC_OK || response == nullptr) {
+        return 0;
+    }
+    const JsonTree tree(cloud_jsonParseStr(response.get()));
+    if (tree == nullptr) {
+        CLOUD_LOG("get jsonrpc obj failed.");
+        return 0;
+    }
+    const char *code = cloud_getValueFromJsonObj(tree.get(), "error_code");
+    if (code == nullptr) {
+        CLOUD_LOG("errCode is null ptr.");
+        return 0;
+    }
+    return atoi(code) == kMethodUnknown ? 1 : 0;
+}
+
+int cloud_checkSslPath(int32_t event, int32_t wait_s) {
+    constexpr int kPathGood = 2;
+    constexpr int kPathBad = 1;
+    if (kxcc_get_link_status() == kLinkUp) {
+        if (testCloudSrvConnection(wait_s) == 1) {
+            CLOUD_LOG("ssl path is OK.\n");
+            return kPathGood;
+        }
+        CLOUD_LOG("link status is ok, while ssl path is bad, try to reconnect.\n");
+        kxcc_notify_cloud_brd(event);
+        return kPathBad;
+    }
+    CLOUD_LOG("client havn't been connected to server, now try to connect.\n");
+    if (kxcc_notify_cloud_brd(event) < 0) {
+        CLOUD_LOG("Failed to notify cloud brd to reconnect.\n");
+        return kPathBad;
+    }
+    return _wait_for_link(wait_s) ? kPathGood : kPathBad;
+}

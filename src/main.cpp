@@ -1,0 +1,163 @@
+// One run, one operation: the command word picks it, its result is printed, the exit status is 0.
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "cloud_accountTask.h"
+#include "cloud_localMsgHandler.h"
+#include "cloud_path.h"
+#include "wrapper.h"
+
+namespace {
+
+constexpr int kLogPathRoom = 64;
+
+void cloud_printUsage() {
+    // The web back end reads these lines: each ends in a carriage return as well.
+    static constexpr std::array kUsage{
+        "Usage: \r",
+        "\t cloud_msg -h                               Print usage\r",
+        "\t cloud_msg download                         Start download firmware from cloud\r",
+        "\t cloud_msg check                            Check the firmware\r",
+        "\t cloud_msg update                           Update\r",
+        "\t cloud_msg getFwList                        Get the latest firmware info\r",
+        "\t cloud_msg online                           Check the cloud server connection\r",
+        "\t cloud_msg unbind                           Unbind owner account\r",
+        "\t cloud_msg getDevToken                      Get the token from cloud server\r",
+        "\t cloud_msg factory                          Do some cloud operation when dut do factory\r",
+        "\t cloud_msg alias <alias>                    Update dut alias to cloud, alias must be base64 "
+        "encoded\r",
+        "\t cloud_msg bind <email> <pwd>               Bind owner account, pwd must be RSA encrypt\r",
+        "\t cloud_msg tmp_bind <email> <pwd>           Bind owner account, email and pwd must be base64 "
+        "encoded, "
+        "for Corvid\r",
+        "\t cloud_msg tmp_unbind                       Unbind owner account for Corvid\r",
+        "\t cloud_msg login <email> <pwd>              Login owner account, pwd must be RSA encrypt\r",
+        "\t cloud_msg passthrough <method> <request>   Kmpd passthrough request to cloud, request must be "
+        "base64 "
+        "encoded\r",
+        "\t cloud_msg getLogicStatus                   Get current connection mode, 0-short connection "
+        "1-long "
+        "connection\r",
+        "\t cloud_msg setLogicStatus                   Set current connection mode\r",
+        "\t cloud_msg getBindStatus                    Get device bind account or not, 0-unbind, 1-bind\r",
+    };
+    for (const char *line : kUsage) {
+        puts(line);
+    }
+}
+
+// A switch left by an earlier session would put the client library's log on standard output, where
+// callers expect one number.
+void cloud_initDebugSwitch() {
+    if (access(kDebugSwitchPath, F_OK) == 0) {
+        return;
+    }
+    for (int n = 0; n < kLogSwitchCount; ++n) {
+        std::array<char, kLogPathRoom> path{};
+        snprintf(path.data(), path.size(), kLogSwitchFormat, n);
+        if (access(path.data(), F_OK) == 0) {
+            unlink(path.data());
+        }
+    }
+}
+
+enum class Task { kUsage, kLocal, kAccount };
+
+// A row of the command line: the first one that begins the first argument wins.
+struct Command {
+    const char *word;
+    size_t compared;  // characters of it
+    int argc;         // the program's name included
+    Task task;
+    int code;
+};
+
+constexpr Command _row(const char *word, int argc, Task task, int code) {
+    size_t length = 0;
+    while (word[length] != '\0') {
+        ++length;
+    }
+    return {word, length, argc, task, code};
+}
+
+constexpr std::array kCommands{
+    _row("-h", 2, Task::kUsage, 0),
+    _row("-H", 2, Task::kUsage, 0),
+    _row("download", 2, Task::kLocal, kDownload),
+    _row("check", 2, Task::kLocal, kCheck),
+    _row("update", 2, Task::kLocal, kUpdate),
+    _row("getFwList", 2, Task::kAccount, kGetFwList),
+    _row("unbind", 2, Task::kAccount, kUnbind),
+    _row("getDevToken", 2, Task::kAccount, kGetDevToken),
+    _row("online", 2, Task::kAccount, kOnline),
+    _row("factory", 2, Task::kAccount, kFactory),
+    _row("kickoff", 2, Task::kAccount, kKickoff),
+    _row("tmp_unbind", 2, Task::kAccount, kTmpUnbind),
+    _row("getLogicStatus", 2, Task::kAccount, kGetLogicStatus),
+    _row("setLogicStatus", 2, Task::kAccount, kSetLogicStatus),
+    _row("getBindStatus", 2, Task::kAccount, kGetBindStatus),
+    _row("unbind", 3, Task::kAccount, kUnbind),
+    _row("alias", 3, Task::kAccount, kAlias),
+    _row("bind", 4, Task::kAccount, kBind),
+    _row("tmp_bind", 4, Task::kAccount, kTmpBind),
+    _row("login", 4, Task::kAccount, kLogin),
+    Command{"rmuser", 5, 4, Task::kAccount, kRemoveUser},  // one short: "rmuse" has always done as well
+    _row("passthrough", 4, Task::kAccount, kPassthrough),
+};
+
+const Command *_find_command(int argc, const char *word) {
+    for (const Command &command : kCommands) {
+        if (command.argc == argc && strncmp(word, command.word, command.compared) == 0) {
+            return &command;
+        }
+    }
+    return nullptr;
+}
+
+// The spellings differ and are what callers look for.
+void _print_argument_error(int argc) {
+    switch (argc) {
+        case 2:
+            puts("Error, 2 invaild arguments! redo it");
+            return;
+        case 3:
+            puts("Error, 3 invalid arguments! redo it");
+            return;
+        case 4:
+            puts("Error, 4 invalid arguments! redo it");
+            return;
+        default:
+            puts("invaild arguments! redo it");
+    }
+}
+
+int _dispatch(int argc, char **argv) {
+    const Command *command = argc >= 2 ? _find_command(argc, argv[1]) : nullptr;
+    if (command == nullptr) {
+        _print_argument_error(argc);
+        return 0;
+    }
+    switch (command->task) {
+        case Task::kUsage:
+            cloud_printUsage();
+            return 0;
+        case Task::kLocal:
+            cloud_localMsgTask(static_cast<unsigned>(command->code));
+            return 0;  // firmware commands report through the status file
+        case Task::kAccount:
+            break;
+    }
+    return cloud_accountTask(command->code, argc > 2 ? argv[2] : nullptr, argc > 3 ? argv[3] : nullptr);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    cloud_initDebugSwitch();
+    wrpMemPoolMonitor();
+    printf("%d\n", _dispatch(argc, argv));
+    return 0;
+}
