@@ -1,0 +1,226 @@
+#include "cloud_api.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <type_traits>
+
+#include "cloud_callback.h"
+#include "cloud_ipc.h"
+#include "cloud_json.h"
+#include "cloud_log.h"
+#include "cloud_owner.h"
+#include "cloud_register.h"
+#include "cloud_wire.h"
+
+constinit std::atomic<CloudApi *> cloudApi{nullptr};
+
+namespace {
+
+constexpr char kLogUnit[] = "cloud_api";
+constexpr char kVersion[] = "";  // empty on purpose: the stamp alone tells builds apart
+constexpr char kBuildStamp[] = "20171220_114854";
+constexpr int kSignalExitStatus = -1;
+
+// 1 while a teardown runs: a signal that strikes in it must not begin another.
+constinit std::atomic<int> l_destroying{0};
+
+static_assert(std::is_trivially_destructible_v<CloudApi>);  // so free() is all it takes
+using ApiOwner = std::unique_ptr<CloudApi, Releaser<free>>;
+
+[[nodiscard]] ApiOwner _make_zeroed() {
+    void *const memory = malloc(sizeof(CloudApi));
+    return ApiOwner(memory != nullptr ? new (memory) CloudApi{} : nullptr);
+}
+
+[[nodiscard]] bool _connect(CloudApi *api) {
+    const int fd = cloud_ipc_client_init(kBrokerPath);
+    if (fd < 0) {
+        CLOUD_ERROR("ipc client init error");
+        return false;
+    }
+    api->clientFd = fd;
+    CLOUD_DEBUG("api sockfd:%d", fd);
+
+    int32_t errorCode = 0;
+    const Accept accept = cloud_api_accept(fd, &errorCode);
+    if (accept == Accept::kRefused) {
+        CLOUD_ERROR("daemon accept not success, errocode:%d", errorCode);
+        return false;
+    }
+    if (accept != Accept::kAccepted) {
+        CLOUD_ERROR("%s", cloud_api_accept_text(accept));
+        return false;
+    }
+    CLOUD_DEBUG("daemon accept success");
+    return true;
+}
+
+[[nodiscard]] bool _prepare_pool(CloudApi *api) {
+    pthread_mutex_init(&api->apiLock, nullptr);
+    pthread_mutex_init(&api->callbackLock, nullptr);
+    pthread_mutex_init(&api->registerLock, nullptr);
+    api->cbMaxNum = kCallbackSlots;
+    api->cb = static_cast<CallbackSlot *>(calloc(static_cast<size_t>(api->cbMaxNum), sizeof(CallbackSlot)));
+    if (api->cb == nullptr) {
+        CLOUD_ERROR("callback init error");
+        return false;
+    }
+    return true;
+}
+
+void _install_hooks() {
+    struct sigaction action {};
+    action.sa_flags = SA_RESTART;
+    // None of the three interrupts another's teardown.
+    sigemptyset(&action.sa_mask);
+    for (const int number : {SIGTERM, SIGINT, SIGPIPE}) {
+        sigaddset(&action.sa_mask, number);
+    }
+    action.sa_handler = cloud_api_sigint_handle;
+    sigaction(SIGTERM, &action, nullptr);
+    sigaction(SIGINT, &action, nullptr);
+    action.sa_handler = cloud_api_sigpipe_handle;
+    sigaction(SIGPIPE, &action, nullptr);
+    atexit(cloud_api_destroy);
+}
+
+void _tear_down(CloudApi *api) {
+    callback_thread_destroy(api);
+    register_thread_destroy(api);
+    free(api->cb);
+    pthread_mutex_destroy(&api->apiLock);
+    pthread_mutex_destroy(&api->callbackLock);
+    pthread_mutex_destroy(&api->registerLock);
+    if (api->clientFd != 0) {
+        close(api->clientFd);
+        api->clientFd = 0;
+    }
+    free(api);
+    cloudApi = nullptr;
+}
+
+}  // namespace
+
+CloudApi *cloud_api_init() {
+    CLOUD_ERROR("cloud-sdk version: %s, build_time:%s", kVersion, kBuildStamp);
+    if (CloudApi *const existing = cloudApi; existing != nullptr) {
+        CLOUD_DEBUG("api already exist");
+        return existing;
+    }
+    ApiOwner api = _make_zeroed();
+    if (api == nullptr) {
+        CLOUD_ERROR("malloc api error");
+        return nullptr;
+    }
+    if (!_connect(api.get()) || !_prepare_pool(api.get())) {
+        close(api->clientFd);
+        free(api->cb);
+        api.reset();
+        CLOUD_DEBUG("api init error");
+        return nullptr;
+    }
+    _install_hooks();
+    CLOUD_DEBUG("api init success");
+    return api.release();
+}
+
+void cloud_api_destroy() {
+    CLOUD_DEBUG("begin destroy cloud api");
+    if (cloud_thread_is_own()) {
+        CLOUD_ERROR("a background thread cannot destroy the api");
+        return;
+    }
+    if (l_destroying.exchange(1) != 0) {
+        CLOUD_DEBUG("cloud api already destroyed");
+        return;
+    }
+    CloudApi *const api = cloudApi;
+    if (api != nullptr) {
+        _tear_down(api);
+        CLOUD_DEBUG("end destroy cloud api");
+    } else {
+        CLOUD_DEBUG("cloud api already destroyed");
+    }
+    l_destroying = 0;
+}
+
+void cloud_api_dump(CloudApi *api) {
+    CLOUD_DEBUG("cloud api dump");
+    printf("---------------------------------------------------------\n");
+    printf("    status :    %d\n", api->status);
+    printf("    clientFd:   %d\n", api->clientFd);
+    printf("    threadFd:   %d\n", api->threadFd.load());
+    printf("    cbMaxNum:   %d\n", api->cbMaxNum);
+    for (int i = 0; i < api->cbMaxNum; ++i) {
+        printf("        cb[%d]:   %p\n", i, static_cast<void *>(&api->cb[i]));
+    }
+    printf("--------------------------------------------------------\n");
+}
+
+void cloud_api_sigint_handle(int number) {
+    CLOUD_DEBUG("receive sigint:%d", number);
+    cloud_api_destroy();
+    _exit(kSignalExitStatus);
+}
+
+void cloud_api_sigpipe_handle(int number) {
+    const int saved = errno;  // the interrupted code's own
+    CLOUD_DEBUG("receive sigpipe:%d", number);
+    cloud_api_destroy();
+    errno = saved;
+}
+
+Accept cloud_api_accept(int fd, int32_t *errorCode) {
+    uint32_t type = 0;
+    char *received = nullptr;
+    const int32_t result = cloud_ipc_recv(fd, &type, &received);
+    const HeapText body(received);
+    if (result != KXCC_OK) {
+        return Accept::kNotReceived;
+    }
+    if (type != static_cast<uint32_t>(Message::kAccept)) {
+        return Accept::kWrongType;
+    }
+    const JsonTree tree(cJSON_Parse(body.get()));
+    if (tree == nullptr) {
+        return Accept::kNotJson;
+    }
+    int32_t code = 0;
+    if (!cloud_json_int(tree.get(), "errorcode", &code)) {
+        return Accept::kKeyMissing;
+    }
+    if (code != 0) {
+        *errorCode = code;
+        return Accept::kRefused;
+    }
+    int32_t place = 0;
+    if (!cloud_json_int(tree.get(), "result", &place)) {
+        return Accept::kKeyMissing;
+    }
+    return place == kAcceptFull ? Accept::kFull : Accept::kAccepted;
+}
+
+const char *cloud_api_accept_text(Accept accept) {
+    switch (accept) {
+        case Accept::kNotReceived:
+            return "ipc recv error";
+        case Accept::kWrongType:
+            return "client receive type not ACCEPT";
+        case Accept::kNotJson:
+            return "json parse error";
+        case Accept::kKeyMissing:
+            return "json get object error";
+        case Accept::kFull:
+            return "daemon accept full";
+        case Accept::kAccepted:
+        case Accept::kRefused:
+            break;
+    }
+    return "";
+}

@@ -1,0 +1,280 @@
+#include "cloud_callback.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <span>
+
+#include "cloud_api.h"
+#include "cloud_ipc.h"
+#include "cloud_json.h"
+#include "cloud_log.h"
+#include "cloud_owner.h"
+#include "cloud_wire.h"
+
+namespace {
+
+constexpr char kLogUnit[] = "cloud_callback";
+constexpr char kTimeoutAnswer[] = R"({"error_code":-3002,"msg":"Request timeout"})";
+constexpr int kNoDescriptor = 0;
+
+[[nodiscard]] std::span<CallbackSlot> _slots(const CloudApi *api) {
+    return {api->cb, static_cast<size_t>(api->cbMaxNum)};
+}
+
+[[nodiscard]] bool _outlived(const CallbackSlot &slot, int64_t now) {
+    return now - slot.reqTime > slot.timeout;
+}
+
+// Enters the request in a usable slot. Returns whether there was one.
+[[nodiscard]] bool _enter(CloudApi *api, int32_t id, int32_t timeout, kxcc_callback callback) {
+    const SignalsBlocked blocked;
+    const LockHeld lock(&api->callbackLock);
+    const int64_t now = cloud_time_ms();
+    const std::span<CallbackSlot> slots = _slots(api);
+    const auto usable = std::ranges::find_if(
+        slots, [now](const CallbackSlot &slot) { return slot.id == 0 || _outlived(slot, now); });
+    if (usable == slots.end()) {
+        return false;
+    }
+    *usable = CallbackSlot{id, timeout, now, now, callback};
+    return true;
+}
+
+enum class Due { kNothing, kFree, kTimeout, kPoll };
+
+// Decides what the slot needs now and writes that down in it, so that the lock need not be held while
+// it is done. A slot whose time is over is freed before its callback runs: an insert may then use it.
+[[nodiscard]] Due _due(CloudApi *api, CallbackSlot *slot, CallbackSlot *copy) {
+    const LockHeld lock(&api->callbackLock);
+    *copy = *slot;
+    if (slot->id == 0) {
+        return Due::kFree;
+    }
+    const int64_t now = cloud_time_ms();
+    if (_outlived(*slot, now)) {
+        slot->id = 0;
+        return Due::kTimeout;
+    }
+    if (now - slot->lastGetResTime < kPollIntervalMs) {
+        return Due::kNothing;
+    }
+    slot->lastGetResTime = now;
+    return Due::kPoll;
+}
+
+void _poll(CloudApi *api, int32_t id) {
+    std::array<char, kShortBodySize> text{};
+    snprintf(text.data(), text.size(), "{\"id\":%d}", id);
+    if (cloud_thread_send(api->threadFd, static_cast<uint32_t>(Message::kAsk), text.data()) != KXCC_OK) {
+        CLOUD_ERROR("ipc send error");
+    }
+}
+
+// Times out and polls what is due. Returns whether every slot is free.
+[[nodiscard]] bool _scan(CloudApi *api) {
+    int32_t freeSlots = 0;
+    for (CallbackSlot &slot : _slots(api)) {
+        CallbackSlot copy{};
+        switch (_due(api, &slot, &copy)) {
+            case Due::kFree:
+                ++freeSlots;
+                break;
+            case Due::kTimeout:
+                copy.callback(copy.id, kTimeoutAnswer);
+                ++freeSlots;
+                break;
+            case Due::kPoll:
+                _poll(api, copy.id);
+                break;
+            case Due::kNothing:
+                break;
+        }
+    }
+    return freeSlots == api->cbMaxNum;
+}
+
+// Takes a pending request out of the pool. Returns its callback, null when there is no such request.
+// With `keep` it only looks.
+[[nodiscard]] kxcc_callback _take(CloudApi *api, int32_t id, bool keep) {
+    if (id == 0) {
+        return nullptr;  // would find a free slot
+    }
+    const LockHeld lock(&api->callbackLock);
+    const std::span<CallbackSlot> slots = _slots(api);
+    const auto found = std::ranges::find(slots, id, &CallbackSlot::id);
+    if (found == slots.end()) {
+        return nullptr;
+    }
+    if (!keep) {
+        found->id = 0;
+    }
+    return found->callback;
+}
+
+// Hands an answer to the callback that waits for it. Whatever cannot be delivered is dropped: its
+// request is polled again, or times out.
+void _deliver(CloudApi *api, const char *body) {
+    const JsonTree tree(cJSON_Parse(body));
+    if (tree == nullptr) {
+        CLOUD_ERROR("parse json error, msg:%s", body);
+        return;
+    }
+    int32_t id = 0;
+    if (!cloud_json_int(tree.get(), "id", &id)) {
+        CLOUD_ERROR("get id error");
+        return;
+    }
+    int32_t errorCode = 0;
+    if (!cloud_json_int(tree.get(), "errorcode", &errorCode) || errorCode == KXCC_ERROR_PENDING) {
+        CLOUD_DEBUG("response has not reach yet");
+        return;
+    }
+    const char *const response = cloud_json_text(tree.get(), "response");
+    const kxcc_callback callback = _take(api, id, response == nullptr);
+    if (callback == nullptr) {
+        CLOUD_ERROR("no such request, id:%d, msg:%s", id, body);
+        return;
+    }
+    if (response == nullptr) {
+        CLOUD_DEBUG("get response error");
+        return;
+    }
+    callback(id, response);
+}
+
+void _receive(CloudApi *api) {
+    const int fd = api->threadFd;
+    const int ready = cloud_ipc_wait(fd, kLoopWaitMs);
+    if (ready <= 0) {
+        if (ready < 0 && errno != EINTR) {
+            CLOUD_DEBUG("select error");
+        }
+        return;
+    }
+    uint32_t type = 0;
+    char *received = nullptr;
+    const int32_t result = cloud_ipc_recv(fd, &type, &received);
+    const HeapText body(received);
+    if (result == KXCC_ERROR_RECEIVE) {
+        CLOUD_ERROR("cloud-brd close ipc");
+    } else if (result != KXCC_OK) {
+        CLOUD_ERROR("ipc recv error");
+    } else if (type != static_cast<uint32_t>(Message::kAnswer) || body == nullptr) {
+        CLOUD_ERROR("receive msg type error, type:%d, msg:%s", static_cast<int>(type),
+                    body != nullptr ? body.get() : "(null)");
+    } else {
+        _deliver(api, body.get());
+    }
+}
+
+}  // namespace
+
+int32_t callback_insert(CloudApi *api, int32_t id, int32_t timeout, kxcc_callback callback) {
+    if (api == nullptr || id == 0 || callback == nullptr) {
+        CLOUD_DEBUG("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    if (!_enter(api, id, timeout, callback)) {
+        CLOUD_DEBUG("callback pool full, pool slot:%d", api->cbMaxNum);
+        CLOUD_DEBUG("callback insert error");
+        return KXCC_ERROR_GENERAL;
+    }
+    CLOUD_DEBUG("callback insert success");
+    return KXCC_OK;
+}
+
+int32_t callback_thread_create(CloudApi *api) {
+    if (api == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    if (cloud_thread_runs(api->callbackThread)) {
+        CLOUD_DEBUG("callback thread already exist, tid:%u",
+                    static_cast<unsigned>(api->callbackThread.handle));
+        return KXCC_OK;
+    }
+    if (cloud_thread_start(&api->callbackThread, callback_thread, api) != 0) {
+        CLOUD_DEBUG("thread create error");
+        return KXCC_ERROR_GENERAL;
+    }
+    CLOUD_DEBUG("callback thread create success");
+    return KXCC_OK;
+}
+
+int32_t callback_thread_destroy(CloudApi *api) {
+    CLOUD_DEBUG("will destroy callback thread");
+    if (api == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    if (!cloud_thread_runs(api->callbackThread)) {
+        CLOUD_DEBUG("callback thread already destroyed");
+        return KXCC_OK;
+    }
+    api->callbackStop = 1;
+    cloud_thread_join(&api->callbackThread);
+    CLOUD_DEBUG("callback thread has been canceled");
+    api->callbackStop = 0;
+    api->threadFd = kNoDescriptor;
+    return KXCC_OK;
+}
+
+void *callback_thread(void *argument) {
+    auto *const api = static_cast<CloudApi *>(argument);
+    cloud_thread_mark_own();
+    if (!callback_thread_connect_daemon(api)) {
+        // Descriptor 0 when no connection was made, as in a failed start of the instance.
+        close(api->threadFd.exchange(kNoDescriptor));
+        CLOUD_ERROR("callback thread connect daemon error");
+        return reinterpret_cast<void *>(1);
+    }
+    CLOUD_DEBUG("callback thread loop start");
+    for (;;) {
+        usleep(kLoopSleepMs * kUsPerMs);
+        if (_scan(api) && api->callbackStop != 0) {
+            close(api->threadFd.exchange(kNoDescriptor));
+            return nullptr;
+        }
+        _receive(api);
+    }
+}
+
+bool callback_thread_connect_daemon(CloudApi *api) {
+    const int fd = cloud_ipc_client_init(kBrokerPath);
+    if (fd < 0) {
+        CLOUD_ERROR("ipc client init error");
+        return false;
+    }
+    api->threadFd = fd;
+    CLOUD_DEBUG("api callback sockfd:%d", fd);
+
+    int32_t errorCode = 0;
+    const Accept accept = cloud_api_accept(fd, &errorCode);
+    if (accept == Accept::kRefused) {
+        CLOUD_ERROR("daemon accept not success, errorcode:%d", errorCode);
+    } else if (accept != Accept::kAccepted) {
+        CLOUD_ERROR("%s", cloud_api_accept_text(accept));
+    } else {
+        CLOUD_DEBUG("thread connect daemon success");
+    }
+    return accept == Accept::kAccepted;
+}
+
+void callback_dump(CloudApi *api) {
+    constexpr char kRule[] = "--------------------------------------------------";
+    CLOUD_DEBUG("callback dump");
+    printf("%s\n    id      timeout      reqTime     lastGetResTime    callback    \n", kRule);
+    const SignalsBlocked blocked;
+    const LockHeld lock(&api->callbackLock);
+    for (const CallbackSlot &slot : _slots(api)) {
+        printf(" %5d    %14lld %14lld %14lld    %12p\n", slot.id, static_cast<long long>(slot.timeout),
+               static_cast<long long>(slot.reqTime), static_cast<long long>(slot.lastGetResTime),
+               reinterpret_cast<void *>(slot.callback));
+    }
+    printf("%s\n", kRule);
+}

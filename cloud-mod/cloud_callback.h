@@ -1,0 +1,45 @@
+// Requests with a callback: a pool of slots in the instance, and the thread that polls the broker for
+// each pending one on a connection of its own, hands answers to callbacks, and hands a time-out
+// answer to the callback of a request that outlived its time-out.
+//
+// A request's state is its slot: id 0 is free; pending from the insert until its answer or time-out,
+// when the slot is freed and then the callback called. Slots are read and written under callbackLock,
+// held for a few instructions only, never during a callback or a transfer.
+#pragma once
+
+#include <kxcc.h>
+
+#include <cstdint>
+
+struct CloudApi;
+
+struct CallbackSlot {
+    int32_t id;              // 0: free
+    int64_t timeout;         // ms
+    int64_t reqTime;         // cloud_time_ms() of the insert
+    int64_t lastGetResTime;  // cloud_time_ms() of the last poll, of the insert before the first
+    kxcc_callback callback;
+};
+
+/// Enters a request in the first slot that is free or whose request has outlived its time-out (that
+/// one's callback is then not called any more).
+/// @return 0; KXCC_ERROR_PARAMETER null instance, id 0 or null callback; KXCC_ERROR_GENERAL pool full.
+[[nodiscard]] int32_t callback_insert(CloudApi *api, int32_t id, int32_t timeout, kxcc_callback callback);
+
+/// Makes sure that the callback thread runs. A thread whose connection failed counts as running: no
+/// other starts in this instance.
+/// @return 0; KXCC_ERROR_PARAMETER null instance; KXCC_ERROR_GENERAL no thread.
+[[nodiscard]] int32_t callback_thread_create(CloudApi *api);
+
+/// Asks the thread to stop and waits for it: until each pending request has its answer or time-out.
+/// @return 0 or KXCC_ERROR_PARAMETER (null instance).
+int32_t callback_thread_destroy(CloudApi *api);
+
+/// The thread. @param argument the instance. @return null, or (void *)1 when it could not connect.
+void *callback_thread(void *argument);
+
+/// Opens the thread's connection into `threadFd` (set also when the broker then refuses).
+[[nodiscard]] bool callback_thread_connect_daemon(CloudApi *api);
+
+/// Prints the pool on standard output, whatever the log level.
+void callback_dump(CloudApi *api);

@@ -1,0 +1,277 @@
+#include "cloud_interface.h"
+
+#include <kxcc.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+#include "cloud_api.h"
+#include "cloud_callback.h"
+#include "cloud_ipc.h"
+#include "cloud_json.h"
+#include "cloud_log.h"
+#include "cloud_owner.h"
+#include "cloud_wire.h"
+
+namespace {
+
+constexpr char kLogUnit[] = "cloud_interface";
+
+using ShortBody = std::array<char, kShortBodySize>;
+
+// Gives the main connection, made on first use. The bare descriptor, because the instance may be
+// gone as soon as something is sent on it.
+[[nodiscard]] bool _main_connection(int *fd) {
+    CloudApi *api = cloudApi;
+    if (api != nullptr) {
+        CLOUD_DEBUG("cloud api already exists");
+    } else {
+        api = cloud_api_init();
+        cloudApi = api;
+        if (api == nullptr) {
+            CLOUD_DEBUG("cloud api init error");
+            return false;
+        }
+        CLOUD_DEBUG("cloud api init success");
+    }
+    *fd = api->clientFd;
+    return true;
+}
+
+// Sends one message and receives the next, whatever its type. `level` is that of the failures' logs.
+[[nodiscard]] int32_t _exchange(LogLevel level, int fd, Message message, const char *text, uint32_t *type,
+                                HeapText *body) {
+    const int32_t sent = cloud_ipc_send(fd, static_cast<uint32_t>(message), text);
+    if (sent != KXCC_OK) {
+        CLOUD_LOG_AT(level, "ipc send error");
+        return sent;
+    }
+    char *received = nullptr;
+    const int32_t result = cloud_ipc_recv(fd, type, &received);
+    body->reset(received);
+    if (result != KXCC_OK) {
+        CLOUD_LOG_AT(level, "ipc recv error");
+    }
+    return result;
+}
+
+// Sends a notification or a query and reads the reply's "errorcode".
+// Returns KXCC_OK with *errorCode and *tree, or the library's code.
+[[nodiscard]] int32_t _ask_broker(Message message, const char *text, int32_t *errorCode, JsonTree *tree) {
+    int fd = -1;
+    if (!_main_connection(&fd)) {
+        return KXCC_ERROR_SEND;
+    }
+    uint32_t type = 0;
+    HeapText body;
+    const int32_t result = _exchange(LogLevel::kError, fd, message, text, &type, &body);
+    if (result != KXCC_OK) {
+        return result;
+    }
+    tree->reset(cJSON_Parse(body.get()));
+    if (*tree == nullptr) {
+        CLOUD_ERROR("parse message error");
+        return KXCC_ERROR_REPLY;
+    }
+    if (!cloud_json_int(tree->get(), "errorcode", errorCode)) {
+        CLOUD_ERROR("parse errorcode error");
+        return KXCC_ERROR_REPLY;
+    }
+    return KXCC_OK;
+}
+
+[[nodiscard]] int32_t _status(Message query) {
+    JsonTree tree;
+    int32_t errorCode = 0;
+    const int32_t result = _ask_broker(query, nullptr, &errorCode, &tree);
+    if (result != KXCC_OK) {
+        return result;
+    }
+    if (errorCode != 0) {
+        CLOUD_ERROR("errorcode:%d", errorCode);
+        return errorCode;
+    }
+    int32_t status = 0;
+    if (!cloud_json_int(tree.get(), "status", &status)) {
+        CLOUD_ERROR("parse status error");
+        return KXCC_ERROR_REPLY;
+    }
+    return status;
+}
+
+[[nodiscard]] JsonText _envelope(const char *request, int32_t timeout, int32_t flag) {
+    const JsonTree tree(cJSON_CreateObject());
+    const bool built = cJSON_AddStringToObject(tree.get(), "request", request) != nullptr &&
+                       cJSON_AddNumberToObject(tree.get(), "timeout", timeout) != nullptr &&
+                       cJSON_AddNumberToObject(tree.get(), "flag", flag) != nullptr;
+    return JsonText(built ? cJSON_PrintUnformatted(tree.get()) : nullptr);
+}
+
+// Reads the reply to a submitted request: its id, the broker's code, or the library's.
+[[nodiscard]] int32_t _accepted_id(const char *body, int32_t *id) {
+    const JsonTree tree(cJSON_Parse(body));
+    if (tree == nullptr) {
+        CLOUD_ERROR("json parse error");
+        return KXCC_ERROR_REPLY;
+    }
+    int32_t errorCode = 0;
+    if (!cloud_json_int(tree.get(), "errorcode", &errorCode)) {
+        CLOUD_ERROR("errorcode parse error");
+        return KXCC_ERROR_REPLY;
+    }
+    if (errorCode != 0) {
+        CLOUD_ERROR("send request async error");
+        return errorCode;
+    }
+    if (!cloud_json_int(tree.get(), "id", id)) {
+        CLOUD_ERROR("id parse error");
+        return KXCC_ERROR_REPLY;
+    }
+    CLOUD_DEBUG("send request success, got id:%d", *id);
+    return KXCC_OK;
+}
+
+// Hands the polling for an accepted request to the callback thread.
+[[nodiscard]] int32_t _poll_in_background(int32_t id, int32_t timeout, kxcc_callback callback) {
+    CloudApi *const api = cloudApi;  // not the one from before the exchange: it may be gone
+    const int32_t inserted = callback_insert(api, id, timeout, callback);
+    if (inserted != KXCC_OK) {
+        CLOUD_DEBUG("callback thread insert error");
+        return inserted;
+    }
+    const int32_t created = callback_thread_create(api);
+    if (created != KXCC_OK) {
+        CLOUD_DEBUG("callback thread create error");
+        return created;
+    }
+    CLOUD_DEBUG("callback thread create & insert success");
+    return KXCC_OK;
+}
+
+[[nodiscard]] int32_t _submit(Message message, const char *request, int32_t timeout, int32_t flag,
+                              kxcc_callback callback) {
+    int fd = -1;
+    if (!_main_connection(&fd)) {
+        return KXCC_ERROR_SEND;
+    }
+    const int32_t waited = timeout < 0 ? kDefaultTimeoutMs : timeout;
+    const JsonText envelope = _envelope(request, waited, flag);
+    if (envelope == nullptr) {
+        CLOUD_DEBUG("create json error");
+        return KXCC_ERROR_GENERAL;
+    }
+    uint32_t type = 0;
+    HeapText body;
+    int32_t result = _exchange(LogLevel::kDebug, fd, message, envelope.get(), &type, &body);
+    if (result != KXCC_OK) {
+        return result;
+    }
+    int32_t id = 0;
+    result = _accepted_id(body.get(), &id);
+    if (result == KXCC_OK && callback != nullptr) {
+        result = _poll_in_background(id, waited, callback);
+    }
+    return result == KXCC_OK ? id : result;
+}
+
+// Reads the reply to a poll. On KXCC_OK *text is a heap copy of the answer.
+[[nodiscard]] int32_t _answer(const char *body, char **text) {
+    const JsonTree tree(cJSON_Parse(body));
+    if (tree == nullptr) {
+        CLOUD_ERROR("parse json error, msg:%s", body);
+        return KXCC_ERROR_REPLY;
+    }
+    int32_t id = 0;
+    if (!cloud_json_int(tree.get(), "id", &id)) {
+        CLOUD_ERROR("get id error");
+        return KXCC_ERROR_REPLY;
+    }
+    int32_t errorCode = 0;
+    if (!cloud_json_int(tree.get(), "errorcode", &errorCode) || errorCode == KXCC_ERROR_PENDING) {
+        CLOUD_DEBUG("response has not reach yet");
+        return KXCC_ERROR_PENDING;
+    }
+    // Any other code, an error too, means that the request is over: the text tells how.
+    const char *const response = cloud_json_text(tree.get(), "response");
+    if (response == nullptr) {
+        CLOUD_ERROR("parse response error");
+        return KXCC_ERROR_REPLY;
+    }
+    *text = cloud_string_dup(response);
+    if (*text == nullptr) {
+        CLOUD_ERROR("string dup error");
+        return KXCC_ERROR_GENERAL;
+    }
+    return KXCC_OK;
+}
+
+}  // namespace
+
+int32_t kxcc_send_request_async(const char *request, int32_t timeout, int32_t flag, kxcc_callback callback) {
+    return _submit(Message::kSubmit, request, timeout, flag, callback);
+}
+
+int32_t kxcc_send_request_async_noaccount(const char *request, int32_t timeout, int32_t flag,
+                                          kxcc_callback callback) {
+    return _submit(Message::kSubmitNoAccount, request, timeout, flag, callback);
+}
+
+int32_t kxcc_get_response(int32_t id, char **text) {
+    CloudApi *const api = cloudApi;
+    if (id <= 0 || api == nullptr) {
+        CLOUD_DEBUG("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    ShortBody poll{};
+    snprintf(poll.data(), poll.size(), "{\"id\":%d}", id);
+    uint32_t type = 0;
+    HeapText body;
+    const int32_t result =
+        _exchange(LogLevel::kError, api->clientFd, Message::kAsk, poll.data(), &type, &body);
+    if (result != KXCC_OK) {
+        return result;
+    }
+    if (type != static_cast<uint32_t>(Message::kAnswer) || body == nullptr) {
+        CLOUD_ERROR("receive msg type error, type:%d, msg:%s", static_cast<int>(type),
+                    body != nullptr ? body.get() : "(null)");
+        return KXCC_ERROR_GENERAL;
+    }
+    return _answer(body.get(), text);
+}
+
+int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text) {
+    const int32_t waited = timeout < 0 ? kDefaultTimeoutMs : timeout;
+    const int32_t id = kxcc_send_request_async(request, waited, flag, nullptr);
+    if (id < 0) {
+        CLOUD_ERROR("send request async error");
+        return id;
+    }
+    const int64_t start = cloud_time_ms();
+    while (cloud_time_ms() - start < waited) {
+        if (kxcc_get_response(id, text) == KXCC_OK) {
+            CLOUD_DEBUG("get response success");
+            return KXCC_OK;
+        }
+        usleep(kPollIntervalMs * kUsPerMs);
+    }
+    return KXCC_ERROR_TIMEOUT;
+}
+
+int32_t kxcc_notify_cloud_brd(int32_t event) {
+    ShortBody text{};
+    snprintf(text.data(), text.size(), "{\"event\":%d}", event);
+    JsonTree tree;
+    int32_t errorCode = 0;
+    const int32_t result = _ask_broker(Message::kEvent, text.data(), &errorCode, &tree);
+    return result == KXCC_OK ? errorCode : result;
+}
+
+int32_t kxcc_get_link_status(void) {
+    return _status(Message::kLinkStatus);
+}
+
+int32_t kxcc_get_logic_status(void) {
+    return _status(Message::kLogicStatus);
+}

@@ -1,0 +1,321 @@
+#include "cloud_register.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+#include "cloud_api.h"
+#include "cloud_hello.h"
+#include "cloud_ipc.h"
+#include "cloud_json.h"
+#include "cloud_log.h"
+#include "cloud_owner.h"
+#include "cloud_wire.h"
+
+namespace {
+
+constexpr char kLogUnit[] = "cloud_register";
+constexpr int kNoDescriptor = 0;
+
+struct Hooks {
+    kxcc_request_handler handler;
+    kxcc_hello_hooks hello;
+};
+
+// A copy, so that none of them is called under the lock. Runs in the register thread; the owning
+// thread blocks signals around the lock instead.
+[[nodiscard]] Hooks _hooks(CloudApi *api) {
+    const LockHeld lock(&api->registerLock);
+    return {api->handler, api->hooks};
+}
+
+void _set_hooks(CloudApi *api, const Hooks &hooks) {
+    const SignalsBlocked blocked;
+    const LockHeld lock(&api->registerLock);
+    api->handler = hooks.handler;
+    api->hooks = hooks.hello;
+}
+
+[[nodiscard]] int32_t _send(int fd, Message message, const char *text) {
+    return cloud_thread_send(fd, static_cast<uint32_t>(message), text);
+}
+
+// Announces the connection as the device's service. Returns whether the broker consents.
+[[nodiscard]] bool _announce(CloudApi *api) {
+    std::array<char, kShortBodySize> text{};
+    snprintf(text.data(), text.size(), "{\"hellocloud\":%d}", _hooks(api).hello.request != nullptr ? 1 : 0);
+    if (_send(api->registerFd, Message::kRegister, text.data()) != KXCC_OK) {
+        CLOUD_ERROR("ipc send error");
+        return false;
+    }
+    uint32_t type = 0;
+    char *received = nullptr;
+    const int32_t result = cloud_ipc_recv(api->registerFd, &type, &received);
+    const HeapText body(received);
+    if (result != KXCC_OK) {
+        CLOUD_ERROR("ipc recv error");
+        return false;
+    }
+    const JsonTree tree(cJSON_Parse(body.get()));
+    if (tree == nullptr) {
+        CLOUD_ERROR("parse message error");
+        return false;
+    }
+    int32_t errorCode = 0;
+    if (!cloud_json_int(tree.get(), "errorcode", &errorCode)) {
+        CLOUD_ERROR("parse errorcode error");
+        return false;
+    }
+    if (errorCode != 0) {
+        CLOUD_ERROR("register error, errorcode:%d", errorCode);
+        return false;
+    }
+    return true;
+}
+
+// One round of the thread. Returns false when the broker has gone.
+[[nodiscard]] bool _serve(int fd) {
+    usleep(kLoopSleepMs * kUsPerMs);
+    const int ready = cloud_ipc_wait(fd, kLoopWaitMs);
+    if (ready <= 0) {
+        if (ready < 0 && errno != EINTR) {
+            CLOUD_DEBUG("select error");
+        }
+        return true;
+    }
+    uint32_t type = 0;
+    char *received = nullptr;
+    const int32_t result = cloud_ipc_recv(fd, &type, &received);
+    const HeapText body(received);
+    if (result == KXCC_ERROR_RECEIVE) {
+        CLOUD_ERROR("cloud-brd close ipc");
+        return false;
+    }
+    if (result != KXCC_OK) {
+        CLOUD_ERROR("ipc recv error");
+        return true;
+    }
+    register_handle_dispatch(fd, type, body.get());
+    return true;
+}
+
+void _greet(int fd, const Hooks &hooks) {
+    kxcc_hello_info *given = nullptr;
+    if (hooks.hello.request != nullptr) {
+        hooks.hello.request(&given);
+    }
+    const HelloInfo info(given);
+    if (info == nullptr) {
+        CLOUD_ERROR("fail to get the request string of hellocloud");
+        return;
+    }
+    const JsonText body = cloud_hello_request(*info);
+    if (body == nullptr) {
+        return;
+    }
+    if (_send(fd, Message::kHelloRequest, body.get()) != KXCC_OK) {
+        CLOUD_ERROR("ipc send helloCloud error");
+        return;
+    }
+    CLOUD_DEBUG("ipc send helloCloud success");
+}
+
+void _take_greeting_answer(const char *body, const Hooks &hooks) {
+    kxcc_hello_result result{};
+    JsonTree owner;
+    if (cloud_hello_result(body, &result, &owner) && hooks.hello.response != nullptr) {
+        hooks.hello.response(&result);
+    }
+}
+
+[[nodiscard]] JsonText _response_body(int32_t errorCode, const char *response) {
+    const JsonTree tree(cJSON_CreateObject());
+    const bool built =
+        cJSON_AddNumberToObject(tree.get(), "errorcode", errorCode) != nullptr &&
+        cJSON_AddStringToObject(tree.get(), "response", response != nullptr ? response : "") != nullptr;
+    return JsonText(built ? cJSON_PrintUnformatted(tree.get()) : nullptr);
+}
+
+void _answer_cloud(int fd, const char *body, const Hooks &hooks) {
+    const JsonTree tree(cJSON_Parse(body));
+    if (tree == nullptr) {
+        CLOUD_ERROR("parse message error");
+        return;
+    }
+    const char *const request = cloud_json_text(tree.get(), "request");
+    if (request == nullptr) {
+        CLOUD_ERROR("parse request error");
+        return;
+    }
+    if (hooks.handler == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return;
+    }
+    char *given = nullptr;
+    const int32_t errorCode = hooks.handler(request, &given);
+    const HeapText response(given);
+    const JsonText answer = _response_body(errorCode, response.get());
+    if (answer == nullptr) {
+        CLOUD_ERROR("create object error");
+        return;
+    }
+    if (_send(fd, Message::kCloudResponse, answer.get()) != KXCC_OK) {
+        CLOUD_ERROR("ipc send response error");
+    }
+}
+
+// Waits for the thread to report the broker's consent. A signal may take the instance away meanwhile.
+[[nodiscard]] bool _wait_registered(const CloudApi *api) {
+    const int64_t start = cloud_time_ms();
+    while (cloudApi == api) {
+        if (api->registered != 0) {
+            return true;
+        }
+        if (cloud_time_ms() - start >= kRegisterWaitMs) {
+            break;
+        }
+        usleep(kLoopSleepMs * kUsPerMs);
+    }
+    return false;
+}
+
+}  // namespace
+
+int32_t kxcc_register_callback_v2(kxcc_request_handler handler, const kxcc_hello_hooks *hooks) {
+    if (handler == nullptr || hooks == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    CloudApi *const api = cloud_api_init();
+    cloudApi = api;
+    if (api == nullptr) {
+        CLOUD_DEBUG("cloud api init error");
+        return KXCC_ERROR_GENERAL;
+    }
+    CLOUD_DEBUG("cloud api init success");
+    _set_hooks(api, {handler, *hooks});
+    const int32_t created = register_thread_create(api);
+    if (created != KXCC_OK) {
+        CLOUD_DEBUG("register thread create error");
+        return created;
+    }
+    if (!_wait_registered(api)) {
+        CLOUD_ERROR("register callback error");
+        return KXCC_ERROR_TIMEOUT;
+    }
+    CLOUD_DEBUG("register callback success");
+    return KXCC_OK;
+}
+
+int32_t register_thread_create(CloudApi *api) {
+    if (api == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    if (cloud_thread_runs(api->registerThread)) {
+        CLOUD_DEBUG("register thread already exist, tid:%u",
+                    static_cast<unsigned>(api->registerThread.handle));
+        return KXCC_OK;
+    }
+    if (cloud_thread_start(&api->registerThread, register_thread, api) != 0) {
+        CLOUD_DEBUG("pthread create error");
+        return KXCC_ERROR_GENERAL;
+    }
+    CLOUD_DEBUG("register thread create success");
+    return KXCC_OK;
+}
+
+int32_t register_thread_destroy(CloudApi *api) {
+    CLOUD_DEBUG("will destroy register thread");
+    if (api == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return KXCC_ERROR_PARAMETER;
+    }
+    const bool ran = cloud_thread_runs(api->registerThread);
+    api->registerStop = 1;
+    cloud_thread_join(&api->registerThread);  // one that gave up may still be on its way out
+    api->registerStop = 0;
+    if (!ran) {
+        CLOUD_DEBUG("register thread already destroyed");
+        return KXCC_OK;
+    }
+    api->registered = 0;
+    api->registerFd = kNoDescriptor;
+    _set_hooks(api, {});
+    return KXCC_OK;
+}
+
+void *register_thread(void *argument) {
+    auto *const api = static_cast<CloudApi *>(argument);
+    cloud_thread_mark_own();
+    if (!register_thread_connect_daemon(api)) {
+        CLOUD_ERROR("register thread connect daemon error");
+        return reinterpret_cast<void *>(1);
+    }
+    UniqueFd fd(api->registerFd);
+    const bool accepted = _announce(api);
+    if (accepted) {
+        api->registered = 1;
+        CLOUD_DEBUG("register thread loop start");
+        while (api->registerStop == 0 && _serve(fd.get())) {
+        }
+    } else {
+        // A refused program may ask again: the next registration starts a new thread.
+        api->registerThread.gaveUp = 1;
+    }
+    fd.reset();
+    api->registerFd = kNoDescriptor;
+    CLOUD_DEBUG("register thread exit");
+    return accepted ? nullptr : reinterpret_cast<void *>(1);
+}
+
+bool register_thread_connect_daemon(CloudApi *api) {
+    UniqueFd fd(cloud_ipc_client_init(kBrokerPath));
+    if (!fd.ok()) {
+        CLOUD_ERROR("ipc client init error");
+        return false;
+    }
+    CLOUD_DEBUG("api register sockfd:%d", fd.get());
+
+    int32_t errorCode = 0;
+    const Accept accept = cloud_api_accept(fd.get(), &errorCode);
+    if (accept == Accept::kRefused) {
+        CLOUD_ERROR("daemon accept not success, errocode:%d", errorCode);
+        return false;
+    }
+    if (accept != Accept::kAccepted) {
+        CLOUD_ERROR("%s", cloud_api_accept_text(accept));
+        return false;
+    }
+    CLOUD_DEBUG("thread connect daemon success");
+    api->registerFd = fd.release();
+    return true;
+}
+
+void register_handle_dispatch(int fd, uint32_t type, const char *body) {
+    CloudApi *const api = cloudApi;
+    if (fd < 0 || api == nullptr) {
+        CLOUD_ERROR("parameter error");
+        return;
+    }
+    const Hooks hooks = _hooks(api);
+    switch (static_cast<Message>(type)) {
+        case Message::kHelloAsk:
+            CLOUD_DEBUG("dispatch as daemon hellocloud request");
+            _greet(fd, hooks);
+            break;
+        case Message::kHelloAnswer:
+            CLOUD_DEBUG("dispatch as daemon hellocloud response");
+            _take_greeting_answer(body, hooks);
+            break;
+        case Message::kCloudRequest:
+            CLOUD_DEBUG("dispatch as daemon cloud request");
+            _answer_cloud(fd, body, hooks);
+            break;
+        default:
+            CLOUD_ERROR("dispatch fail");
+            break;
+    }
+}

@@ -1,0 +1,67 @@
+#include "cloud_thread.h"
+
+#include <ctime>
+
+#include "cloud_ipc.h"
+
+namespace {
+
+constinit thread_local bool l_own = false;
+
+void _add_signals(sigset_t *set) {
+    sigemptyset(set);
+    sigaddset(set, SIGPIPE);
+    sigaddset(set, SIGINT);
+    sigaddset(set, SIGTERM);
+}
+
+}  // namespace
+
+SignalsBlocked::SignalsBlocked() : before_{} {
+    sigset_t set;
+    _add_signals(&set);
+    pthread_sigmask(SIG_BLOCK, &set, &before_);
+}
+
+SignalsBlocked::~SignalsBlocked() {
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+}
+
+bool cloud_thread_runs(const CloudThread &thread) {
+    return thread.joinable && thread.gaveUp == 0;
+}
+
+int cloud_thread_start(CloudThread *thread, void *(*run)(void *), void *argument) {
+    cloud_thread_join(thread);
+    const SignalsBlocked inherited;  // by the new thread
+    thread->joinable = pthread_create(&thread->handle, nullptr, run, argument) == 0;
+    return thread->joinable ? 0 : -1;
+}
+
+void cloud_thread_join(CloudThread *thread) {
+    if (thread->joinable) {
+        pthread_join(thread->handle, nullptr);
+        thread->joinable = false;
+        thread->gaveUp = 0;
+    }
+}
+
+void cloud_thread_mark_own() {
+    l_own = true;
+}
+
+bool cloud_thread_is_own() {
+    return l_own;
+}
+
+int32_t cloud_thread_send(int fd, uint32_t type, const char *text) {
+    const int32_t result = cloud_ipc_send(fd, type, text);
+    if (result != 0) {
+        sigset_t pipe;
+        sigemptyset(&pipe);
+        sigaddset(&pipe, SIGPIPE);
+        const timespec at_once{};
+        sigtimedwait(&pipe, nullptr, &at_once);
+    }
+    return result;
+}

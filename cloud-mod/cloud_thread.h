@@ -1,0 +1,55 @@
+// The library's own threads: started deaf to the signals whose handlers take the instance down, and
+// always joined.
+//
+// The teardown joins them, so it can never run in one of them: SIGPIPE, SIGINT and SIGTERM are
+// blocked there, and a broken connection shows as the error of the send.
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdint>
+
+/// Keeps SIGPIPE, SIGINT and SIGTERM from this thread for the length of its scope. Whoever holds a
+/// lock of the instance outside the library's own threads holds one of these around it: a handler
+/// would wait for that lock for ever.
+class SignalsBlocked {
+public:
+    SignalsBlocked();
+    SignalsBlocked(const SignalsBlocked &) = delete;
+    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
+    ~SignalsBlocked();
+
+private:
+    sigset_t before_;
+};
+
+/// A thread from its start until it is joined; all zero when there is none. Belongs to the thread
+/// that owns the instance, but for `gaveUp`.
+struct CloudThread {
+    pthread_t handle;
+    bool joinable;
+    std::atomic<int32_t> gaveUp;  ///< set to 1 by the thread: it ends and counts as not running
+};
+
+/// Does the thread count as running? Yes from its start until it is joined or has given up.
+[[nodiscard]] bool cloud_thread_runs(const CloudThread &thread);
+
+/// Starts `run(argument)` with the signals blocked. A thread that gave up before is joined first.
+/// @return 0 or -1 when no thread can be started.
+[[nodiscard]] int cloud_thread_start(CloudThread *thread, void *(*run)(void *), void *argument);
+
+/// Waits until the thread has ended; does nothing when there is none.
+void cloud_thread_join(CloudThread *thread);
+
+/// Marks the calling thread as the library's own: the first thing it does.
+void cloud_thread_mark_own();
+
+/// Is the caller one of the library's own threads?
+[[nodiscard]] bool cloud_thread_is_own();
+
+/// Sends a message from one of the library's own threads. A SIGPIPE that it raised and that the
+/// thread blocks is taken back, so that it does not strike later, should a callback unblock it.
+/// @return as cloud_ipc_send().
+[[nodiscard]] int32_t cloud_thread_send(int fd, uint32_t type, const char *text);

@@ -1,0 +1,32 @@
+// The library's log: one line per message on standard output, switched at run time by the files
+// "/tmp/log.1" to "/tmp/log.4". The highest file that exists is the level: 4 writes debug and error
+// messages, 1 to 3 error messages only, no file nothing. The files are looked for afresh for every
+// message, so a running process can be switched.
+//
+// "2026-01-31 09:05:07.042 | debug | pid:812 | cloud_api:120 | cloud_api_init | - api init success"
+//
+// A source that logs names itself with a constant kLogUnit. Safe from any thread.
+#pragma once
+
+enum class LogLevel { kError = 1, kDebug = 4 };
+
+/// Is a message of this level written now? Looks for the switch files from 4 downwards and stops at
+/// the first; a debug message looks for "/tmp/log.4" alone. Leaves errno as it was.
+[[nodiscard]] bool cloud_log_on(LogLevel level);
+
+/// Writes one line with a single call of printf, not flushed. Leaves errno as it was.
+/// @param unit      source unit, as it shall appear.
+/// @param format    printf format of the message, without the newline; any length of the result is
+///                  written whole (cut at 255 characters only when there is no memory left).
+void cloud_log_write(LogLevel level, const char *unit, int line, const char *function, const char *format,
+                     ...) __attribute__((format(printf, 5, 6)));
+
+// Macros, so that a line that is switched off evaluates none of its arguments.
+#define CLOUD_LOG_AT(level, ...)                                               \
+    do {                                                                       \
+        if (cloud_log_on(level)) {                                             \
+            cloud_log_write(level, kLogUnit, __LINE__, __func__, __VA_ARGS__); \
+        }                                                                      \
+    } while (0)
+#define CLOUD_DEBUG(...) CLOUD_LOG_AT(LogLevel::kDebug, __VA_ARGS__)
+#define CLOUD_ERROR(...) CLOUD_LOG_AT(LogLevel::kError, __VA_ARGS__)
