@@ -12,6 +12,8 @@ namespace {
 
 constexpr int kBusyWaitMs = 5000;  // a writer holds the file for milliseconds
 constexpr int kFormatVersion = 1;
+// What was removed is overwritten: it held credentials.
+constexpr char kBeginWrite[] = "PRAGMA secure_delete=ON; BEGIN IMMEDIATE";
 constexpr char kCreate[] =
     "CREATE TABLE object(name TEXT PRIMARY KEY, record BLOB NOT NULL) WITHOUT ROWID;"
     "PRAGMA user_version=1";
@@ -48,7 +50,7 @@ StoreDb::Opened StoreDb::open(Mode mode) {
         sqlite3_open_v2(path.data(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
     db_.reset(raw);
     if (result != SQLITE_OK || sqlite3_busy_timeout(raw, kBusyWaitMs) != SQLITE_OK ||
-        !run(mode == Mode::kRead ? "BEGIN" : "BEGIN IMMEDIATE")) {
+        !run(mode == Mode::kRead ? "BEGIN" : kBeginWrite)) {
         return Opened::kFailed;
     }
     switch (version()) {

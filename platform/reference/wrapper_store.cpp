@@ -6,6 +6,7 @@
 #pragma GCC visibility pop
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <span>
 
@@ -60,11 +61,11 @@ using Group = std::span<const WrpOpEntry>;
 }
 
 [[nodiscard]] std::span<unsigned char> _output(const WrpOpEntry &entry) {
-    return {reinterpret_cast<unsigned char *>(entry.output), entry.outputLength};
+    return {std::bit_cast<unsigned char *>(entry.output), entry.outputLength};
 }
 
 [[nodiscard]] std::span<const unsigned char> _input(const WrpOpEntry &entry) {
-    return {reinterpret_cast<const unsigned char *>(entry.input), entry.inputLength};
+    return {std::bit_cast<const unsigned char *>(entry.input), entry.inputLength};
 }
 
 // Writers leave the count at 0; an account without a user name is none.
