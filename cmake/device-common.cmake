@@ -19,12 +19,8 @@ endif()
 # There is no C++ runtime library to link CMake's trial programs with.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
-# A program at a fixed address: the processor has no cheap way to address its own data relative to
-# the code. Debian's GCC would make it relocatable.
-set(CMAKE_C_FLAGS_INIT "-fno-pie")
-set(CMAKE_CXX_FLAGS_INIT "-fno-pie")
 # A length that GCC cannot follow through mbedTLS once it optimises across it.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-no-pie -Wno-stringop-overflow")
+set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wno-stringop-overflow")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
 # libcurl names its own libraries, with their folder, in its .pc file.
