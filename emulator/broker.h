@@ -5,12 +5,10 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <cstdint>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -75,24 +73,27 @@ public:
 
 private:
     struct Connection;
+    struct Message;
     struct Request;
     struct Rule;
+    using Peer = std::shared_ptr<Connection>;
 
-    void _accept_loop();
+    void _accept_loop(int listen_fd);
     void _serve(Connection &connection);
-    void _handle(Connection &connection, int type, const std::string &body);
-    [[nodiscard]] json _reply(Connection &connection, int type, const std::string &body, json &effects);
-    [[nodiscard]] json _submit(const std::string &body, const json &effects);
-    [[nodiscard]] json _poll(const std::string &body, const json &effects);
+    [[nodiscard]] bool _read_message(Connection &connection, Message &message);
+    [[nodiscard]] std::string _method_of(const Message &message);
+    [[nodiscard]] json _effects(const Connection &connection, const Message &message);
+    void _handle(Connection &connection, const Message &message);
+    [[nodiscard]] json _reply(const Message &message, const json &effects);
+    [[nodiscard]] json _submit(const Message &message, const json &effects);
+    [[nodiscard]] json _poll(const Message &message, const json &effects);
+    void _notify(const Message &message);
     [[nodiscard]] int _link_now();
-    void _event(int event);
-    [[nodiscard]] json _effects(const Connection &connection, const std::string &on, int type,
-                                const std::string &body);
-    void _deliver(Connection &connection, int type, std::string_view body, const json &effects);
-    void _write(Connection &connection, int type, std::string_view body, std::string_view bytes);
-    void _then(Connection &connection, const json &steps);
-    bool _pause(std::chrono::milliseconds time);
-    Connection *_registered(std::unique_lock<std::mutex> &lock);
+    void _deliver(Connection &connection, int type, std::string body, const json &effects);
+    void _then(Connection &connection, const json &step);
+    [[nodiscard]] std::string _hello_answer();
+    [[nodiscard]] bool _pause(std::chrono::milliseconds time);
+    [[nodiscard]] Peer _registered();
 
     Journal &journal_;
     Cloud &cloud_;
@@ -112,7 +113,7 @@ private:
     int next_connection_ = 1;
     std::map<int, Request> requests_;
     std::vector<Rule> rules_;
-    std::list<std::unique_ptr<Connection>> connections_;
+    std::list<Peer> connections_;
     std::string last_hello_;
     std::thread acceptor_;
 };

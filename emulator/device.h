@@ -3,6 +3,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -30,7 +31,8 @@ public:
     Device(const Device &) = delete;
     Device &operator=(const Device &) = delete;
 
-    /// Runs a program on the device to its end, and records it. "cloud_msg" as argv[0] stands
+    /// Runs a program on the device to its end, and until what it left in the background has
+    /// ended too (see settle), and records it. "cloud_msg" as argv[0] stands
     /// for the program under test: CLOUD_MSG_COMMAND of the environment, split at blanks, if
     /// set ("qemu-mips -L root path/cloud_msg"), else the one beside this executable.
     Run run(std::vector<std::string> argv, const RunOptions &options = {});
@@ -38,6 +40,10 @@ public:
 
     /// Starts a program in the background.
     [[nodiscard]] Process start(std::vector<std::string> argv, const RunOptions &options = {});
+
+    /// Waits until no process is left over from programs that have ended ("dropbreload &"), and
+    /// takes in what they reported. Gives up silently after some seconds.
+    void settle();
 
     /// The text as cipher, as the device's web interface would make it.
     [[nodiscard]] std::string encrypt(std::string_view text);
@@ -55,8 +61,7 @@ public:
 private:
     void _start();
     void _stop();
-    void _read_console();
-    void _read_records();
+    void _collect();
 
     const json scenario_;
     const json model_;
@@ -67,7 +72,9 @@ private:
     int stop_fd_ = -1;
     int console_fd_ = -1;
     int recorder_fd_ = -1;
-    std::thread reader_;
+    std::mutex collecting_;
+    std::string console_rest_;  // under collecting_: a line that has no end yet
+    std::thread collector_;
 };
 
 /// The words that start the program under test (see Device::run).

@@ -61,4 +61,7 @@ private:
 /// Text of a record or any other value, safe for bytes that are no UTF-8.
 [[nodiscard]] std::string dump(const json &value);
 
+/// The text with U+FFFD in place of bytes that are no UTF-8.
+[[nodiscard]] std::string valid_utf8(std::string_view text);
+
 }  // namespace emulator

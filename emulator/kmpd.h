@@ -2,6 +2,7 @@
 // and checks it at every offset.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -36,6 +37,7 @@ private:
     const bool big_endian_;
     const std::string path_;
     int fd_ = -1;
+    std::atomic<bool> stopping_ = false;
     std::thread thread_;
 };
 

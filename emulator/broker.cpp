@@ -1,0 +1,615 @@
+#include "broker.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+namespace emulator {
+namespace {
+
+constexpr size_t kHeaderSize = 8;  // magic:2 type:2 length:4, all big-endian
+constexpr std::string_view kMagic = "\xA1\xB2";
+constexpr size_t kLongestBody = 16U << 20U;
+constexpr int kPending = -3001;
+constexpr int kBadMessage = -1;
+constexpr int kLinkUp = 2;
+constexpr int kLinkReconnecting = 4;
+
+struct TypeName {
+    int type;
+    const char *name;
+};
+
+constexpr std::array kTypeNames{
+    TypeName{kAccept, "accept"},
+    TypeName{kRegister, "register"},
+    TypeName{kHelloAnswer, "helloAnswer"},
+    TypeName{kSubmit, "submit"},
+    TypeName{kPoll, "poll"},
+    TypeName{kAnswer, "answer"},
+    TypeName{kSubmitNoAccount, "submitNoAccount"},
+    TypeName{kNotify, "notify"},
+    TypeName{kLink, "link"},
+    TypeName{kLogic, "logic"},
+    TypeName{kCloudRequest, "cloudRequest"},
+    TypeName{kCloudResponse, "cloudResponse"},
+    TypeName{kAskHello, "askHello"},
+    TypeName{kHello, "hello"},
+};
+
+std::string _name(int type) {
+    for (const int step : {0, 1}) {
+        for (const TypeName &known : kTypeNames) {
+            if (known.type + step == type) {
+                return step == 0 ? known.name : std::string(known.name) + "Reply";
+            }
+        }
+    }
+    return "unknown";
+}
+
+bool _is_submit(int type) {
+    return type == kSubmit || type == kSubmitNoAccount;
+}
+
+std::string _big_endian(size_t value, size_t size) {
+    std::string bytes;
+    for (size_t i = size; i-- > 0;) {
+        bytes += static_cast<char>(value >> 8 * i & 0xFFU);
+    }
+    return bytes;
+}
+
+size_t _number(std::string_view bytes) {
+    size_t value = 0;
+    for (const char byte : bytes) {
+        value = value << 8U | static_cast<unsigned char>(byte);
+    }
+    return value;
+}
+
+std::string _from_hex(const std::string &hex) {
+    std::string bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
+std::string _to_hex(std::string_view bytes) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string hex;
+    for (const char byte : bytes) {
+        hex += kDigits[static_cast<unsigned char>(byte) >> 4U];
+        hex += kDigits[static_cast<unsigned char>(byte) & 15U];
+    }
+    return hex;
+}
+
+bool _read_all(int fd, std::string &buffer) {
+    for (size_t done = 0; done < buffer.size();) {
+        const ssize_t size = read(fd, buffer.data() + done, buffer.size() - done);
+        if (size <= 0 && !(size < 0 && errno == EINTR)) {
+            buffer.resize(done);
+            return false;
+        }
+        done += size > 0 ? static_cast<size_t>(size) : 0;
+    }
+    return true;
+}
+
+// A peer that is gone is noticed by the next read.
+void _write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t size = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (size <= 0 && errno != EINTR) {
+            return;
+        }
+        bytes.remove_prefix(size > 0 ? static_cast<size_t>(size) : 0);
+    }
+}
+
+// The text of a member, or "" where there is none: messages may be hostile.
+std::string _text(const json &object, const char *name) {
+    return object.is_object() && object.contains(name) && object.at(name).is_string()
+               ? object.at(name).get<std::string>()
+               : std::string();
+}
+
+int _integer(const json &object, const char *name, int otherwise) {
+    return object.is_object() && object.contains(name) && object.at(name).is_number_integer()
+               ? object.at(name).get<int>()
+               : otherwise;
+}
+
+constexpr std::array kRuleNames{"on", "connection", "nth", "method", "do"};
+constexpr std::array kEffectNames{
+    "refuse",  "full",        "delay_ms",    "close_after",    "close",   "magic",  "type",
+    "garbage", "truncate",    "garbage_hex", "length",         "silence", "body",   "errorcode",
+    "answer",  "cloud_error", "pending",     "ready_after_ms", "hold",    "repeat", "then"};
+
+// A misspelt fault would be no fault, and the test that scripts it could not fail.
+template <size_t N>
+void _check_names(const json &object, const std::array<const char *, N> &known) {
+    for (const auto &[name, value] : object.items()) {
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            throw std::invalid_argument("a scenario's rule has no member " + name);
+        }
+    }
+}
+
+// The bytes of a reply after the faults that the scenario wants in it.
+std::string _faulty_frame(int type, const std::string &body, const json &effects) {
+    if (effects.contains("garbage")) {
+        return effects.at("garbage");
+    }
+    if (effects.contains("garbage_hex")) {
+        return _from_hex(effects.at("garbage_hex"));
+    }
+    const std::string magic =
+        effects.contains("magic") ? _from_hex(effects.at("magic")) : std::string(kMagic);
+    const size_t length = effects.value("length", body.size());
+    const size_t sent = effects.value("truncate", body.size());
+    return magic + _big_endian(static_cast<size_t>(effects.value("type", type)), 2) + _big_endian(length, 4) +
+           body.substr(0, sent);
+}
+
+}  // namespace
+
+std::string encode_frame(int type, std::string_view body) {
+    return std::string(kMagic) + _big_endian(static_cast<size_t>(type), 2) + _big_endian(body.size(), 4) +
+           std::string(body);
+}
+
+struct Broker::Connection {
+    Connection(int descriptor, int which) : fd(descriptor), number(which) {}
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+    ~Connection() { close(fd); }
+    void hang_up() const { shutdown(fd, SHUT_RDWR); }
+
+    const int fd;
+    const int number;
+    std::thread thread;
+    std::mutex writing;       // one frame at a time
+    std::string held;         // under writing: bytes that follow the next reply
+    bool registered = false;  // under the broker's mutex_
+    bool ended = false;       // under the broker's mutex_
+};
+
+struct Broker::Message {
+    int type = 0;
+    std::string body;
+    json parsed;         // discarded when the body is not JSON
+    std::string method;  // of the cloud request that it carries or asks for
+};
+
+struct Broker::Request {
+    std::string method;
+    std::string answer;
+    int polls = 0;  // to be answered with "not yet" before the answer; -1 for ever
+    std::chrono::steady_clock::time_point ready;
+};
+
+struct Broker::Rule {
+    json when;
+    int seen = 0;
+};
+
+Broker::Broker(Journal &journal, Cloud &cloud, json scenario, std::string path)
+    : journal_(journal),
+      cloud_(cloud),
+      scenario_(scenario.is_null() ? json::object() : std::move(scenario)),
+      path_(std::move(path)),
+      logic_(scenario_.value("logic", 0)),
+      link_(scenario_.value("link", kLinkUp)),
+      next_id_(scenario_.value("first_id", 1)) {
+    set_rules(scenario_.value("rules", json::array()));
+    if (scenario_.value("listening", true)) {
+        start();
+    }
+}
+
+Broker::~Broker() {
+    stop();
+}
+
+void Broker::start() {
+    const std::lock_guard lock(mutex_);
+    if (listen_fd_ >= 0) {
+        return;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path_.copy(address.sun_path, sizeof address.sun_path - 1);
+    unlink(path_.c_str());
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        listen(fd, SOMAXCONN) != 0) {
+        const int error = errno;
+        close(fd);
+        throw std::system_error(error, std::generic_category(), path_);
+    }
+    stopping_ = false;
+    listen_fd_ = fd;
+    acceptor_ = std::thread([this, fd] { _accept_loop(fd); });
+}
+
+void Broker::stop() {
+    std::list<Peer> peers;
+    {
+        const std::lock_guard lock(mutex_);
+        if (listen_fd_ < 0) {
+            return;
+        }
+        stopping_ = true;
+        unlink(path_.c_str());
+        shutdown(listen_fd_, SHUT_RDWR);  // ends the wait in accept
+        changed_.notify_all();
+    }
+    acceptor_.join();
+    {
+        const std::lock_guard lock(mutex_);
+        close(std::exchange(listen_fd_, -1));
+        peers.swap(connections_);
+        requests_.clear();
+    }
+    for (const Peer &peer : peers) {
+        peer->hang_up();
+        peer->thread.join();
+    }
+}
+
+void Broker::set_rules(const json &rules) {
+    const std::lock_guard lock(mutex_);
+    rules_.clear();
+    for (const json &rule : rules) {
+        _check_names(rule, kRuleNames);
+        _check_names(rule.at("do"), kEffectNames);
+        rules_.push_back({rule});
+    }
+}
+
+int Broker::logic() const {
+    const std::lock_guard lock(mutex_);
+    return logic_;
+}
+
+void Broker::set_logic(int value) {
+    const std::lock_guard lock(mutex_);
+    logic_ = value;
+}
+
+int Broker::link() const {
+    const std::lock_guard lock(mutex_);
+    return link_;
+}
+
+void Broker::set_link(int value) {
+    const std::lock_guard lock(mutex_);
+    link_ = value;
+}
+
+void Broker::_accept_loop(int listen_fd) {
+    for (;;) {
+        const int fd = accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
+        const std::lock_guard lock(mutex_);
+        if (stopping_ || fd < 0) {
+            if (fd >= 0) {
+                close(fd);
+            }
+            return;
+        }
+        connections_.remove_if([](const Peer &peer) {
+            if (peer->ended) {
+                peer->thread.join();
+            }
+            return peer->ended;
+        });
+        const Peer peer = std::make_shared<Connection>(fd, next_connection_++);
+        connections_.push_back(peer);
+        peer->thread = std::thread([this, peer = peer.get()] { _serve(*peer); });
+    }
+}
+
+void Broker::_serve(Connection &connection) {
+    journal_.add("connect", {{"connection", connection.number}});
+    try {
+        Message message;
+        message.type = kAccept;
+        do {
+            _handle(connection, message);
+        } while (_read_message(connection, message));
+    } catch (const std::exception &error) {  // a scenario's value of a wrong type
+        journal_.add("scenario_error", {{"connection", connection.number}, {"text", error.what()}});
+    }
+    journal_.add("close", {{"connection", connection.number}});
+    connection.hang_up();
+    const std::lock_guard lock(mutex_);
+    connection.registered = false;
+    connection.ended = true;
+}
+
+bool Broker::_read_message(Connection &connection, Message &message) {
+    std::string header(kHeaderSize, '\0');
+    const bool whole = _read_all(connection.fd, header);
+    if (!whole && header.empty()) {
+        return false;
+    }
+    const size_t length = whole ? _number(header.substr(4)) : 0;
+    message.body.assign(length <= kLongestBody ? length : 0, '\0');
+    if (!whole || !header.starts_with(kMagic) || length > kLongestBody ||
+        !_read_all(connection.fd, message.body)) {
+        journal_.add("bad_message",
+                     {{"connection", connection.number}, {"bytes", _to_hex(header + message.body)}});
+        return false;
+    }
+    message.type = static_cast<int>(_number(header.substr(2, 2)));
+    message.parsed = json::parse(valid_utf8(message.body), nullptr, false);
+    message.method = _method_of(message);
+    journal_.add("message", {{"connection", connection.number},
+                             {"from", "client"},
+                             {"type", message.type},
+                             {"name", _name(message.type)},
+                             {"body", message.body}});
+    return true;
+}
+
+std::string Broker::_method_of(const Message &message) {
+    if (_is_submit(message.type)) {
+        return _text(json::parse(_text(message.parsed, "request"), nullptr, false), "method");
+    }
+    const std::lock_guard lock(mutex_);
+    const auto request = requests_.find(_integer(message.parsed, "id", 0));
+    return message.type == kPoll && request != requests_.end() ? request->second.method : std::string();
+}
+
+json Broker::_effects(const Connection &connection, const Message &message) {
+    const std::lock_guard lock(mutex_);
+    json effects = json::object();
+    for (Rule &rule : rules_) {
+        const json &on = rule.when.at("on");
+        const bool fits = (on == message.type || on == _name(message.type) ||
+                           (on == "request" && _is_submit(message.type))) &&
+                          rule.when.value("connection", connection.number) == connection.number &&
+                          rule.when.value("method", message.method) == message.method;
+        rule.seen += fits ? 1 : 0;
+        if (fits && rule.when.value("nth", rule.seen) == rule.seen) {
+            effects.update(rule.when.at("do"));
+        }
+    }
+    return effects;
+}
+
+void Broker::_handle(Connection &connection, const Message &message) {
+    const json effects = _effects(connection, message);
+    if (!_pause(std::chrono::milliseconds(effects.value("delay_ms", 0)))) {
+        return;
+    }
+    const json reply = _reply(message, effects);
+    if (!reply.is_null() || effects.contains("body") || effects.contains("close")) {
+        const bool numbered = message.type == kAccept;  // its own reply, as it were
+        _deliver(connection, message.type + (numbered ? 0 : 1), effects.value("body", dump(reply)), effects);
+    }
+    if (message.type == kRegister && reply.value("errorcode", -1) == 0) {
+        const std::lock_guard lock(mutex_);
+        connection.registered = true;
+        changed_.notify_all();
+    }
+    for (const json &step : effects.value("then", json::array())) {
+        _then(connection, step);
+    }
+}
+
+json Broker::_reply(const Message &message, const json &effects) {
+    const int scripted = effects.value("errorcode", effects.value("refuse", 0));
+    if (message.type == kAccept) {
+        return {{"errorcode", scripted}, {"result", effects.value("full", false) ? 1 : 0}};
+    }
+    if (message.type == kPoll) {
+        return _poll(message, effects);
+    }
+    if (message.type == kHello) {
+        const std::lock_guard lock(mutex_);
+        last_hello_ = _text(message.parsed, "response");
+        return nullptr;  // no reply is wanted, as for the types that are not below
+    }
+    if (scripted != 0) {
+        return {{"errorcode", scripted}};
+    }
+    switch (message.type) {
+        case kSubmit:
+        case kSubmitNoAccount:
+            return _submit(message, effects);
+        case kLink:
+            return {{"errorcode", 0}, {"status", _link_now()}};
+        case kLogic:
+            return {{"errorcode", 0}, {"status", logic()}};
+        case kNotify:
+            _notify(message);
+            return {{"errorcode", 0}};
+        case kRegister:
+            return {{"errorcode", 0}};
+        default:
+            return nullptr;
+    }
+}
+
+json Broker::_submit(const Message &message, const json &effects) {
+    const std::string text = _text(message.parsed, "request");
+    if (text.empty()) {
+        return {{"errorcode", kBadMessage}};
+    }
+    Request request;
+    request.method = message.method;
+    request.polls = effects.value("pending", scenario_.value("pending", 0));
+    request.ready =
+        std::chrono::steady_clock::now() + std::chrono::milliseconds(effects.value("ready_after_ms", 0));
+    if (effects.contains("answer")) {
+        request.answer = effects.at("answer");
+    } else if (effects.contains("cloud_error")) {
+        request.answer = Cloud::failure(effects.at("cloud_error"), "Scripted");
+    } else if (link() == kLinkUp) {
+        request.answer = cloud_.answer(text);
+    } else {
+        request.polls = -1;  // the request never gets to the cloud
+    }
+    const std::lock_guard lock(mutex_);
+    const int id = next_id_++;
+    requests_[id] = std::move(request);
+    return {{"errorcode", 0}, {"id", id}};
+}
+
+json Broker::_poll(const Message &message, const json &effects) {
+    const std::lock_guard lock(mutex_);
+    const int id = _integer(message.parsed, "id", 0);
+    const auto found = requests_.find(id);
+    const bool known = found != requests_.end();
+    if (!effects.contains("answer") && !effects.contains("errorcode")) {
+        if (!known || effects.contains("pending") || found->second.polls != 0 ||
+            found->second.ready > std::chrono::steady_clock::now()) {
+            if (known && found->second.polls > 0) {
+                --found->second.polls;
+            }
+            return {{"id", id}, {"errorcode", kPending}};
+        }
+    }
+    const json reply{{"id", id},
+                     {"errorcode", effects.value("errorcode", 0)},
+                     {"response", effects.value("answer", known ? found->second.answer : std::string())}};
+    if (known && effects.empty()) {  // an answer that a fault spoils stays for the next poll
+        requests_.erase(found);
+    }
+    return reply;
+}
+
+void Broker::_notify(const Message &message) {
+    const int event = _integer(message.parsed, "event", 0);
+    journal_.add("event", {{"event", event}});
+    const std::lock_guard lock(mutex_);
+    if (event == 10 || event == 11) {
+        logic_ = event == 10 ? 1 : 0;
+    }
+    if (event >= 1 && event <= 3) {
+        link_ = kLinkReconnecting;
+        link_polls_ = scenario_.value("reconnect_polls", 0);
+        link_ready_ =
+            std::chrono::steady_clock::now() + std::chrono::milliseconds(scenario_.value("reconnect_ms", 0));
+    }
+}
+
+int Broker::_link_now() {
+    const std::lock_guard lock(mutex_);
+    if (link_ == kLinkReconnecting && link_polls_ == 0 && std::chrono::steady_clock::now() >= link_ready_) {
+        link_ = kLinkUp;
+    }
+    if (link_polls_ > 0) {
+        --link_polls_;
+    }
+    return link_;
+}
+
+void Broker::_deliver(Connection &connection, int type, std::string body, const json &effects) {
+    json record{{"connection", connection.number}, {"from", "broker"}, {"type", type}};
+    record["name"] = _name(type);
+    record["body"] = body;
+    if (!effects.empty()) {
+        record["scripted"] = effects;
+    }
+    const bool silent = effects.value("silence", false) || effects.value("close", false);
+    journal_.add(silent ? "no_reply" : "message", record);
+    const std::lock_guard lock(connection.writing);
+    std::string bytes = _faulty_frame(type, body, effects);
+    if (effects.contains("hold")) {
+        connection.held += bytes;
+        return;
+    }
+    if (silent) {
+        bytes.clear();
+    }
+    bytes.resize(std::min(bytes.size(), effects.value("close_after", bytes.size())));
+    for (int i = effects.value("repeat", 1); i > 0; --i) {
+        _write_all(connection.fd, bytes);
+    }
+    _write_all(connection.fd, std::exchange(connection.held, {}));
+    if (effects.contains("close_after") || effects.value("close", false)) {
+        connection.hang_up();
+    }
+}
+
+void Broker::_then(Connection &connection, const json &step) {
+    const json none = json::object();
+    if (step == "ask_hello") {
+        _deliver(connection, kAskHello, "", none);
+    } else if (step == "deliver_hello") {
+        _deliver(connection, kHelloAnswer, dump({{"errorcode", 0}, {"response", _hello_answer()}}), none);
+    } else if (step.contains("push")) {
+        _deliver(connection, kCloudRequest, dump({{"request", step.at("push")}}), none);
+    } else if (step.contains("link")) {
+        set_link(step.at("link"));
+    } else if (step.contains("logic")) {
+        set_logic(step.at("logic"));
+    } else {
+        _deliver(connection, step.at("type"), step.value("body", ""), none);
+    }
+}
+
+std::string Broker::_hello_answer() {
+    std::string hello;
+    {
+        const std::lock_guard lock(mutex_);
+        hello = last_hello_;
+    }
+    return cloud_.answer(hello);
+}
+
+bool Broker::_pause(std::chrono::milliseconds time) {
+    std::unique_lock lock(mutex_);
+    return !changed_.wait_for(lock, time, [this] { return stopping_; });
+}
+
+Broker::Peer Broker::_registered() {
+    std::unique_lock lock(mutex_);
+    Peer found;
+    const bool there = changed_.wait_for(lock, kWatchdog, [&] {
+        for (const Peer &peer : connections_) {
+            if (peer->registered) {
+                found = peer;
+            }
+        }
+        return found != nullptr;
+    });
+    if (!there) {
+        throw std::runtime_error("no client has registered itself");
+    }
+    return found;
+}
+
+void Broker::send(int type, std::string_view body) {
+    _deliver(*_registered(), type, std::string(body), json::object());
+}
+
+void Broker::ask_hello() {
+    send(kAskHello, "");
+}
+
+void Broker::deliver_hello(std::string_view cloud_answer) {
+    send(kHelloAnswer, dump({{"errorcode", 0}, {"response", cloud_answer}}));
+}
+
+void Broker::deliver_hello() {
+    deliver_hello(_hello_answer());
+}
+
+void Broker::push_request(std::string_view cloud_request) {
+    send(kCloudRequest, dump({{"request", cloud_request}}));
+}
+
+}  // namespace emulator

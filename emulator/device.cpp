@@ -1,0 +1,221 @@
+#include "device.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <stdexcept>
+#include <system_error>
+
+#include "namespace.h"
+
+namespace emulator {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds kSettleTime{10};
+constexpr std::chrono::milliseconds kSettleStep{5};
+
+void _write_file(const char *path, const std::string &text) {
+    if (!(std::ofstream(path, std::ios::binary) << text).flush()) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+}
+
+// Whether process 1 has a child other than this one: what a program left in the background.
+bool _orphans() {
+    const std::string self = std::to_string(getpid());
+    std::error_code gone;  // processes end while their folder is looked at
+    if (fs::read_symlink("/proc/self", gone) != self) {
+        return false;  // the host's /proc: its numbers are not ours
+    }
+    for (const auto &entry : fs::directory_iterator("/proc", gone)) {
+        std::ifstream file(entry.path() / "stat");
+        std::string line;
+        if (entry.path().filename() == self || !isdigit(entry.path().filename().c_str()[0]) ||
+            !std::getline(file, line)) {
+            continue;
+        }
+        // "pid (name) state parent ...", and the name may hold anything.
+        std::istringstream rest(line.substr(line.rfind(')') + 1));
+        char state = 0;
+        int parent = 0;
+        if (rest >> state >> parent && parent == 1 && state != 'Z') {
+            return true;
+        }
+    }
+    return false;
+}
+
+KmpdReply _kmpd_reply(const std::string &name) {
+    if (name == "silent") {
+        return KmpdReply::kSilent;
+    }
+    if (name == "oversize") {
+        return KmpdReply::kOversize;
+    }
+    if (name != "answer") {
+        throw std::invalid_argument("no way to be of kmpd: " + name);
+    }
+    return KmpdReply::kAnswer;
+}
+
+}  // namespace
+
+std::vector<std::string> cloud_msg_command() {
+    if (const char *command = std::getenv("CLOUD_MSG_COMMAND")) {
+        std::istringstream words(command);
+        return {std::istream_iterator<std::string>(words), {}};
+    }
+    return {fs::read_symlink("/proc/self/exe").parent_path() / "cloud_msg"};
+}
+
+Device::Device(json scenario, json cloud, std::FILE *sink)
+    : scenario_(scenario.is_null() ? json::object() : std::move(scenario)),
+      model_(std::move(cloud)),
+      journal_(sink) {
+    for (const auto &[name, value] : scenario_.items()) {
+        constexpr std::array kNames{"rules",      "logic",           "link",         "first_id", "listening",
+                                    "pending",    "reconnect_polls", "reconnect_ms", "kmpd",     "big_endian",
+                                    "description"};
+        if (std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
+            throw std::invalid_argument("a scenario has no member " + name);
+        }
+    }
+    _start();
+}
+
+Device::~Device() {
+    _stop();
+}
+
+void Device::_start() {
+    clear_tmp();
+    clear_flash();
+    _write_file("/tmp/device.info", dump({{"devid", kDeviceId},
+                                          {"firmware_id", "6F1D3C5B7A9E8D2C4B6A8091E3F5D7C9"},
+                                          {"hardware_id", "0A1B2C3D4E5F60718293A4B5C6D7E8F9"},
+                                          {"oem_id", "F9E8D7C6B5A493827160F5E4D3C2B1A0"}}));
+    _write_file("/tmp/softinfo", kSoftwareVersion);
+
+    unlink(kRecorderPath);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::string_view(kRecorderPath).copy(address.sun_path, sizeof address.sun_path - 1);
+    recorder_fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    // For reading and writing: with a writer of its own the pipe never reports an end.
+    console_fd_ = open(kConsolePath, O_RDWR | O_CLOEXEC | O_NONBLOCK);
+    stop_fd_ = eventfd(0, EFD_CLOEXEC);
+    if (bind(recorder_fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
+        console_fd_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "the device (was it entered?)");
+    }
+    collector_ = std::thread([this] {
+        std::array<pollfd, 3> inputs{
+            {{stop_fd_, POLLIN, 0}, {console_fd_, POLLIN, 0}, {recorder_fd_, POLLIN, 0}}};
+        while (poll(inputs.data(), inputs.size(), -1) < 0 || inputs[0].revents == 0) {
+            _collect();
+        }
+    });
+
+    cloud_ = std::make_unique<Cloud>(model_);
+    broker_ = std::make_unique<Broker>(journal_, *cloud_, scenario_);
+    const std::string kmpd = scenario_.value("kmpd", "answer");
+    if (kmpd != "absent") {
+        kmpd_ = std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", false));
+    }
+}
+
+void Device::_stop() {
+    kmpd_.reset();
+    broker_.reset();
+    eventfd_write(stop_fd_, 1);
+    collector_.join();
+    _collect();
+    for (const int fd : {stop_fd_, console_fd_, recorder_fd_}) {
+        close(fd);
+    }
+}
+
+void Device::reset() {
+    _stop();
+    journal_.clear();
+    _start();
+}
+
+// Called by the collector and by whoever wants to see everything that was written before.
+void Device::_collect() {
+    const std::lock_guard lock(collecting_);
+    std::array<char, 65536> buffer{};
+    for (ssize_t size = 0; (size = read(console_fd_, buffer.data(), buffer.size())) > 0;) {
+        console_rest_.append(buffer.data(), static_cast<size_t>(size));
+        for (size_t end = 0; (end = console_rest_.find('\n')) != std::string::npos;) {
+            journal_.add("console", {{"text", console_rest_.substr(0, end)}});
+            console_rest_.erase(0, end + 1);
+        }
+    }
+    for (ssize_t size = 0; (size = recv(recorder_fd_, buffer.data(), buffer.size(), 0)) > 0;) {
+        journal_.add("script", json::parse(buffer.data(), buffer.data() + size));
+    }
+}
+
+void Device::settle() {
+    const auto deadline = std::chrono::steady_clock::now() + kSettleTime;
+    while (_orphans() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(kSettleStep);
+    }
+    _collect();
+}
+
+Process Device::start(std::vector<std::string> argv, const RunOptions &options) {
+    if (argv.at(0) == "cloud_msg") {
+        std::vector<std::string> command = cloud_msg_command();
+        command.insert(command.end(), argv.begin() + 1, argv.end());
+        argv = std::move(command);
+    }
+    return Process(std::move(argv), options);
+}
+
+Run Device::run(std::vector<std::string> argv, const RunOptions &options) {
+    Process process = start(argv, options);
+    Run result = process.wait();
+    settle();
+    journal_.add(
+        "run",
+        {{"argv", argv}, {"printed", result.out}, {"status", result.status}, {"signal", result.signal}});
+    return result;
+}
+
+Run Device::cloud_msg(std::vector<std::string> args, const RunOptions &options) {
+    args.insert(args.begin(), "cloud_msg");
+    return run(std::move(args), options);
+}
+
+std::string Device::encrypt(std::string_view text) {
+    Run run = Process({"cloud_rsa", "encrypt", std::string(text)}).wait();
+    if (run.status != 0) {
+        throw std::runtime_error("cloud_rsa: " + run.err);
+    }
+    run.out.erase(run.out.find_last_not_of('\n') + 1);
+    return run.out;
+}
+
+json Device::store(const std::string &name) {
+    const Run run = Process({"cloud_store", "get", name}).wait();
+    if (run.status != 0) {
+        throw std::runtime_error("cloud_store: " + run.err);
+    }
+    return json::parse(run.out);
+}
+
+}  // namespace emulator
