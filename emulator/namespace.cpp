@@ -202,7 +202,11 @@ void _make_device(const DeviceOptions &options) {
     _make_dev();
     _make_scripts();
     fs::current_path(folder);  // the same name, seen through the new mounts
-    const std::string programs = fs::read_symlink("/proc/self/exe").parent_path();
+    std::string programs = fs::read_symlink("/proc/self/exe").parent_path();
+    // The tools that go with a program under test of another build (another processor's records).
+    if (const char *tools = getenv("CLOUD_DEVICE_TOOLS")) {
+        programs = std::string(tools) + ":" + programs;
+    }
     const char *path = getenv("PATH");
     setenv("PATH", (programs + ":" + (path != nullptr ? path : "/usr/bin:/bin")).c_str(), 1);
     setenv("CLOUD_STORE_FILE", "/mnt/store.db", 1);
