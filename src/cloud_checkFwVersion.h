@@ -1,6 +1,35 @@
-// Asks the cloud for newer firmware.
+// Asks the cloud for newer firmware and hands the newest entry of its list to the configuration store.
+//
+// The request is {"method":"getIntlFwList","params":{"fwId","hwId","oemId","devFwCurrentVer"}}, the answer's
+// "result" holds "fwList", an array of objects with "fwType", "fwVer", "fwReleaseDate", "fwUrl",
+// "fwReleaseLog", "fwReleaseLogUrl", "fwLocation". The list is not compared with the device's own version:
+// the cloud offers only what suits the version sent. All on the caller's thread.
 #pragma once
 
-/// Asks the cloud for its firmware list, stores the entry to offer and notes the outcome in the status file.
-/// @return the cloud's "error_code", 0 for success.
+#include <cstdint>
+
+struct CheckInfo;
+
+/// Makes the request for the firmware list.
+/// @return a heap text that the caller releases (cJSON_free); null on failure (logged).
+char *getFwListCreateJsonMsg(const CheckInfo *info);
+
+/// Handles the answer of a check: stores what it offers and writes the outcome into the status file, which
+/// stays alone while a download runs in this process.
+/// @param result    what sending gave. @param response  the answer's text; may be null.
+void checkFwVerResultHandle(int32_t result, const char *response);
+
+/// Sends the request and handles its answer.
+/// @param byUser  0 for an automatic check: its result is kept, so that a time-out that follows is counted
+///                once only.
+/// @return 1 when it was sent and answered, whatever the answer; 0 otherwise.
+int checkFwVerFromCloud(int byUser);
+
+/// The check that a user asked for, and the automatic one.
+int cloud_userCheckFwVerFromCloud();
+int cloud_autoCheckFwVerFromCloud();
+
+/// Asks for the list and stores what it offers; the status file stays alone.
+/// @return 0 when sent and answered, whatever the answer; the negative code of a failed sending; -1 when
+///         the request could not be made.
 int cloud_msg_getFwList();

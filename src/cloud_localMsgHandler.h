@@ -1,7 +1,38 @@
-// The firmware commands of the device's back end: check, download, update.
+// The firmware commands: check, download, update; and the repair of the cloud link. Their outcome goes to
+// the status file and the log. Each runs on the caller's thread, once in a process.
 #pragma once
 
-/// Runs one firmware command, download and update under their image lock.
-/// @param code  0 check, 1 download, 2 update; anything else does nothing.
-/// @return a value without meaning.
-int cloud_localMsgTask(unsigned int code);
+#include <cstdint>
+
+/// "check": asks the cloud for newer firmware. @return 1.
+int fwCheckUpdateMsgHandler();
+
+/// "download": fetches the image that the last check found, whatever an earlier run left of it kept.
+/// @return 1 when the download ran, whatever its outcome; 0 when there was nothing to fetch (logged).
+int fwDownloadMsgHandler();
+
+/// "update": after 5 seconds has the platform verify and install the downloaded image. Does not return when
+/// that starts: the device restarts. @return 1.
+int fwUpdateMsgHander();
+
+/// Verifies and installs the image. @param reserved  not used.
+/// @return 0 when it was refused; does not return otherwise.
+int cloud_upgradeFirmware(int reserved);
+
+/// The same without the status of a refusal. @return 0 when it was refused; does not return otherwise.
+int verifyAndUpgradeFw(int reserved);
+
+/// The platform's part: has the store verify the image and, within a transaction, install it. Clears the
+/// stored firmware information between the two.
+/// @param reserved, imageLength  not used: the store knows the image's file.
+/// @return 0 when the upgrade was accepted, and the transaction stays open until the device restarts; 1
+///         when the image or the upgrade was refused; the store's code when there is no transaction.
+int cloud_updateFirmware(int reserved, uint32_t imageLength);
+
+/// Repairs the link to the cloud. @return 1 when it is up and carries; 0 otherwise. No command calls it.
+int reconnCloudSrvHandler();
+
+/// Handlers for messages that need no action: one answers that it is done, the other that it is not. No
+/// command calls them.
+int fwDoneMsgHandler();
+int fwNotDoneMsgHandler();

@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "cloud_accountTask.h"
-#include "cloud_localMsgHandler.h"
+#include "cloud_localMsgTask.h"
 #include "cloud_path.h"
 #include "wrapper.h"
 

@@ -1,0 +1,29 @@
+// The download step: fetches the firmware image and puts it where the upgrade looks for it; and the image
+// buffer, which no command uses, because images go to a file.
+#pragma once
+
+#include <cstddef>
+
+/// Bytes of a firmware address with its terminator.
+inline constexpr size_t kFirmwareUrlRoom = 1024;
+
+struct DownloadInfo {
+    char url[kFirmwareUrlRoom];
+    char *localPath;  // kLocalPathRoom bytes of the handler's for the length of one download; else null
+};
+
+/// Fetches the image to kFinishedImagePath and waits a second for readers of the status.
+/// @return 1; 0 on failure (logged). The status file says how it went.
+int cloud_downloadFwByHttp(DownloadInfo *downloadInfo);
+
+/// The same without the wait. @return 0; -1 on failure (logged).
+int downloadFwByHttpClient(DownloadInfo *downloadInfo);
+
+/// Bytes of the firmware image buffer: 10 MiB and 260.
+size_t cmem_getUpdateBufSize();
+
+/// @return an image buffer, given back with cmem_updateFirmwareBufFree; null without memory.
+void *cmem_updateFirmwareBufMalloc();
+
+/// Gives back an image buffer; null stops the program. @return 1.
+int cmem_updateFirmwareBufFree(void *buffer);

@@ -1,0 +1,86 @@
+#include "cloud_exchangeConfig.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+
+#include "cloud_owner.h"
+#include "cloud_path.h"
+#include "cloud_replaceFile.h"
+#include "cloud_util.h"
+
+namespace {
+
+constexpr size_t kDocumentRoom = 512;  // the readers' bound, with the terminator
+
+// The document as it stands; null (logged) when there is none that could be extended.
+JsonTree _read_document() {
+    const UniqueFd file(open(kStatusPath, O_RDONLY | O_CLOEXEC));
+    if (!file.ok()) {
+        CLOUD_LOG("Error: open %s for read failed", kStatusPath);
+        return nullptr;
+    }
+    std::array<char, kDocumentRoom> text{};
+    if (read(file.get(), text.data(), text.size() - 1) < 0) {
+        CLOUD_LOG("Error: read %s failed", kStatusPath);
+        return nullptr;
+    }
+    JsonTree document(cJSON_Parse(text.data()));
+    if (!cJSON_IsObject(document.get())) {
+        CLOUD_LOG("Error: parse json failed");
+        return nullptr;
+    }
+    return document;
+}
+
+// Removed and appended: whoever reads the file finds the newest members last.
+bool _replace_number(cJSON *document, const char *name, double value) {
+    cJSON_DeleteItemFromObjectCaseSensitive(document, name);
+    return cJSON_AddNumberToObject(document, name, value) != nullptr;
+}
+
+// @param complete  false when a member could not be added: better the old document than a poorer one.
+int _write_document(const cJSON *document, bool complete) {
+    const JsonText text(complete ? cJSON_Print(document) : nullptr);
+    if (text == nullptr) {
+        CLOUD_LOG("Print cJSON failed.\n");
+        return 0;
+    }
+    switch (cloud_replaceFile(kStatusPath, text.get(), strlen(text.get()))) {
+        case kReplaceOpenFailed:
+            CLOUD_LOG("Error: open %s for write failed", text.get());
+            return 0;
+        case kReplaceWriteFailed:
+            CLOUD_LOG("Error: write %s failed", text.get());
+            return 0;
+        case kReplaced:
+            break;
+    }
+    return 1;
+}
+
+}  // namespace
+
+int cloud_setFirmwareDownloadStatus(int status, int progress) {
+    const JsonTree document = _read_document();
+    if (document == nullptr) {
+        return 0;
+    }
+    const bool complete = _replace_number(document.get(), "fw_status", status) &&
+                          _replace_number(document.get(), "dwProgress", progress);
+    if (_write_document(document.get(), complete) == 0) {
+        return 0;
+    }
+    CLOUD_LOG("downloading: %d", progress);
+    return 1;
+}
+
+int cloud_setFirmwareUpgradeStart(unsigned int value) {
+    const JsonTree document = _read_document();
+    if (document == nullptr) {
+        return 0;
+    }
+    return _write_document(document.get(), _replace_number(document.get(), "cloud_start", value));
+}

@@ -1,0 +1,17 @@
+// Dispatch of the firmware commands, and the image locks between processes: a lock is a file that exists
+// while a command runs. One that a killed process leaves blocks that command until the device's back end
+// removes it.
+#pragma once
+
+/// Codes of cloud_localMsgTask.
+enum LocalMessage : unsigned int {
+    kLocalDownload = 0,
+    kLocalCheck = 1,
+    kLocalUpdate = 2,
+};
+
+/// Runs one firmware command: a check without lock, download and update each under a lock of its own; one
+/// that is held (logged) keeps the command from running. Results go to the status file.
+/// @param code  a LocalMessage; anything else is logged.
+/// @return a value without meaning.
+int cloud_localMsgTask(unsigned int code);
