@@ -1,0 +1,11 @@
+if(CLOUD_REFERENCE)
+  cloud_test(platform_store_test SOURCES platform_store_test.cpp LIBS wrapper PkgConfig::SQLITE3)
+  cloud_test(platform_rsa_test SOURCES platform_rsa_test.cpp LIBS rsa)
+  add_dependencies(platform_store_test cloud_store)
+  add_dependencies(platform_rsa_test cloud_rsa)
+  # These run inside a private device: the image's path is fixed.
+  if(CLOUD_HOST_TOOLS)
+    cloud_test(platform_firmware_test SOURCES platform_firmware_test.cpp LIBS wrapper NAMESPACE)
+    add_dependencies(platform_firmware_test cloud_image)
+  endif()
+endif()

@@ -1,0 +1,171 @@
+// The reference RSA library and its tool, against themselves and against openssl.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <optional>
+
+#include "platform_support.h"
+#include "rsa.h"
+
+using namespace platform_test;
+
+namespace {
+
+struct Keys {
+    char key1[512] = "";
+    char key2[512] = "";
+    char key3[512] = "";
+};
+
+std::optional<std::string> owned(char *text) {
+    const std::unique_ptr<char, decltype(&free)> owner(text, free);
+    return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+}
+
+std::optional<std::string> encrypt(Keys &keys, const std::string &text) {
+    return owned(librsa_encrypt(text.c_str(), keys.key1, keys.key2));
+}
+
+std::optional<std::string> decrypt(Keys &keys, const std::string &cipher) {
+    return owned(librsa_decrypt(cipher.c_str(), keys.key1, keys.key2, keys.key3));
+}
+
+class Rsa : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(librsa_get_keys(keys.key1, keys.key2, keys.key3), 0); }
+
+    // A line whose last word names the exported public key.
+    std::string openssl_cipher(const std::string &text) {
+        const std::string line = "cloud_rsa public >" + (state.root() / "pub.pem").string() + " && printf '" +
+                                 text + "' | openssl pkeyutl -encrypt -pubin -inkey " +
+                                 (state.root() / "pub.pem").string() + " | base64";
+        const Ran ran = shell(line);
+        EXPECT_EQ(ran.status, 0);
+        return ran.out;
+    }
+
+    StateFolder state;
+    Keys keys;
+};
+
+TEST_F(Rsa, OpensWhatItClosed) {
+    for (const std::string &text :
+         std::vector<std::string>{"", "a", "pass word\n", "\xc3\xa9\xff", std::string(245, 'x')}) {
+        const auto cipher = encrypt(keys, text);
+        ASSERT_TRUE(cipher.has_value()) << text;
+        EXPECT_THAT(*cipher, testing::MatchesRegex("[A-Za-z0-9+/]+=="));
+        EXPECT_EQ(cipher->size(), 344U);
+        EXPECT_EQ(decrypt(keys, *cipher), text);
+    }
+    EXPECT_EQ(encrypt(keys, std::string(246, 'x')), std::nullopt);
+}
+
+TEST_F(Rsa, RefusesWhatIsNoCipherOfItsKey) {
+    const std::string good = encrypt(keys, "secret").value();
+    std::string damaged = good;
+    damaged[100] = damaged[100] == 'A' ? 'B' : 'A';
+    const StateFolder other;
+    Keys otherKeys;
+    ASSERT_EQ(librsa_get_keys(otherKeys.key1, otherKeys.key2, otherKeys.key3), 0);
+    ASSERT_STRNE(keys.key1, otherKeys.key1);
+    for (const std::string &cipher :
+         std::vector<std::string>{"", "plain", "====", good.substr(0, 340), good + "AAAA", damaged,
+                                  "!" + good, std::string(100000, 'A'), std::string(344, '/'),
+                                  good.substr(0, 343), encrypt(otherKeys, "secret").value()}) {
+        EXPECT_EQ(decrypt(keys, cipher), std::nullopt) << cipher;
+    }
+    Keys garbage = keys;
+    garbage.key3[0] = '!';
+    EXPECT_EQ(decrypt(garbage, good), std::nullopt);
+    Keys mixed = keys;
+    memcpy(mixed.key3, otherKeys.key3, sizeof(mixed.key3));
+    EXPECT_EQ(decrypt(mixed, good), std::nullopt);
+    Keys zeroed;
+    EXPECT_EQ(decrypt(zeroed, good), std::nullopt);
+    EXPECT_EQ(encrypt(zeroed, "text"), std::nullopt);
+    Keys unterminated = keys;
+    memset(unterminated.key1, 'A', sizeof(unterminated.key1));
+    EXPECT_EQ(encrypt(unterminated, "text"), std::nullopt);
+    EXPECT_EQ(librsa_decrypt(nullptr, keys.key1, keys.key2, keys.key3), nullptr);
+    EXPECT_EQ(librsa_decrypt(good.c_str(), keys.key1, keys.key2, nullptr), nullptr);
+    EXPECT_EQ(librsa_encrypt(nullptr, keys.key1, keys.key2), nullptr);
+    EXPECT_EQ(librsa_encrypt("text", nullptr, keys.key2), nullptr);
+}
+
+TEST_F(Rsa, OpensWhatOpensslClosedForTheExportedKey) {
+    const std::string wrapped = openssl_cipher("my pass");
+    ASSERT_GT(std::count(wrapped.begin(), wrapped.end(), '\n'), 1);
+    EXPECT_EQ(decrypt(keys, wrapped), "my pass");
+    EXPECT_EQ(decrypt(keys, " \r\n\t" + wrapped), "my pass");
+    EXPECT_EQ(shell("cloud_rsa decrypt '" + wrapped + "'").out, "my pass\n");
+    EXPECT_EQ(decrypt(keys, openssl_cipher("hidden\\000part")), std::nullopt);
+}
+
+TEST_F(Rsa, ClosesWhatOpensslOpensWithTheKeyFile) {
+    EXPECT_EQ(shell("cloud_rsa encrypt 'my pass' | base64 -d | openssl pkeyutl -decrypt -inkey " +
+                    state.key().string())
+                  .out,
+              "my pass");
+}
+
+TEST_F(Rsa, KeepsItsKey) {
+    Keys again;
+    ASSERT_EQ(librsa_get_keys(again.key1, again.key2, nullptr), 0);
+    EXPECT_STREQ(again.key1, keys.key1);
+    EXPECT_STREQ(again.key2, keys.key2);
+    EXPECT_EQ(mode_of(state.key()), 0600U);
+    EXPECT_EQ(mode_of(state.folder()), 0700U);
+}
+
+TEST(RsaKeyFile, IsMadeOnceByProcessesThatStartAtOnce) {
+    const StateFolder state;
+    write_file(state.key().string() + ".new", "what a killed writer left");
+    const auto print_key = [&state](const std::string &name) {
+        return [&state, name] {
+            Keys keys;
+            const int result = librsa_get_keys(keys.key1, keys.key2, keys.key3);
+            write_file(state.root() / name, std::string(keys.key1) + keys.key3);
+            return result;
+        };
+    };
+    std::vector<Child> children;
+    for (const char *name : {"a", "b", "c"}) {
+        children.emplace_back(print_key(name));
+    }
+    for (Child &child : children) {
+        EXPECT_EQ(child.wait(), 0);
+    }
+    EXPECT_EQ(text_of(state.root() / "a").size(), 688U);
+    EXPECT_EQ(text_of(state.root() / "a"), text_of(state.root() / "b"));
+    EXPECT_EQ(text_of(state.root() / "a"), text_of(state.root() / "c"));
+    EXPECT_FALSE(std::filesystem::exists(state.key().string() + ".new"));
+}
+
+TEST(RsaKeyFile, IsNeverReplaced) {
+    const StateFolder state;
+    for (const std::string &text :
+         {std::string("no key"), std::string(), shell("openssl genrsa -traditional 1024 2>/dev/null").out,
+          shell("openssl ecparam -name prime256v1 -genkey -noout").out}) {
+        write_file(state.key(), text);
+        Keys keys;
+        EXPECT_NE(librsa_get_keys(keys.key1, keys.key2, keys.key3), 0) << text;
+        EXPECT_STREQ(keys.key1, "");
+        EXPECT_EQ(text_of(state.key()), text);
+        EXPECT_EQ(shell("cloud_rsa public").status, 1);
+    }
+}
+
+TEST(RsaTool, AnswersWrongUseWithItsUsage) {
+    const StateFolder state;
+    for (const char *line : {"", "encrypt", "decrypt", "public extra", "encrypt a b", "other"}) {
+        const Ran ran = shell(std::string("cloud_rsa ") + line);
+        EXPECT_EQ(ran.status, 2) << line;
+        EXPECT_THAT(ran.out, testing::StartsWith("Usage: ")) << line;
+    }
+    EXPECT_FALSE(std::filesystem::exists(state.key()));
+}
+
+}  // namespace
