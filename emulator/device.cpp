@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds kSettleTime{10};
 constexpr std::chrono::milliseconds kSettleStep{5};
+constexpr const char *kRestartMark = "/mnt/restart";  // left by the platform once an image is installed
 
 void _write_file(const char *path, const std::string &text) {
     if (!(std::ofstream(path, std::ios::binary) << text).flush()) {
@@ -55,6 +56,18 @@ bool _orphans() {
         }
     }
     return false;
+}
+
+// The version text of the image in the flash, as the platform's image format has it: 128 bytes from the
+// 16th on, NUL-padded. Without an image the device runs what it was made with.
+std::string _software_version() {
+    constexpr int kOffset = 16;
+    std::array<char, 129> version{};
+    std::ifstream image(std::string(kFlashPath) + "/firmware.bin", std::ios::binary);
+    if (!image.seekg(kOffset).read(version.data(), version.size() - 1)) {
+        return kSoftwareVersion;
+    }
+    return std::string(version.data()) + "\n";
 }
 
 KmpdReply _kmpd_reply(const std::string &name) {
@@ -92,21 +105,21 @@ Device::Device(json scenario, json cloud, std::FILE *sink)
             throw std::invalid_argument("a scenario has no member " + name);
         }
     }
-    _start();
+    clear_flash();
+    _start(model_);
 }
 
 Device::~Device() {
     _stop();
 }
 
-void Device::_start() {
+void Device::_start(const json &cloud) {
     clear_tmp();
-    clear_flash();
     _write_file("/tmp/device.info", dump({{"devid", kDeviceId},
                                           {"firmware_id", "6F1D3C5B7A9E8D2C4B6A8091E3F5D7C9"},
                                           {"hardware_id", "0A1B2C3D4E5F60718293A4B5C6D7E8F9"},
                                           {"oem_id", "F9E8D7C6B5A493827160F5E4D3C2B1A0"}}));
-    _write_file("/tmp/softinfo", kSoftwareVersion);
+    _write_file("/tmp/softinfo", _software_version());
 
     unlink(kRecorderPath);
     sockaddr_un address{};
@@ -128,7 +141,7 @@ void Device::_start() {
         }
     });
 
-    cloud_ = std::make_unique<Cloud>(model_);
+    cloud_ = std::make_unique<Cloud>(cloud);
     broker_ = std::make_unique<Broker>(journal_, *cloud_, scenario_);
     const std::string kmpd = scenario_.value("kmpd", "answer");
     if (kmpd != "absent") {
@@ -150,7 +163,35 @@ void Device::_stop() {
 void Device::reset() {
     _stop();
     journal_.clear();
-    _start();
+    clear_flash();
+    _start(model_);
+}
+
+bool Device::restart_due() {
+    return access(kRestartMark, F_OK) == 0;
+}
+
+void Device::restart() {
+    const json cloud = cloud_->model();
+    const int logic = broker_->logic();
+    end_other_processes();
+    settle();
+    _stop();
+    unlink(kRestartMark);
+    _start(cloud);
+    broker_->set_logic(logic);
+    journal_.add("restart", {{"version", _software_version()}});
+}
+
+void Device::await_restart() {
+    const auto deadline = std::chrono::steady_clock::now() + kWatchdog;
+    while (!restart_due()) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            throw std::runtime_error("no restart. The journal:\n" + journal_.text());
+        }
+        std::this_thread::sleep_for(kSettleStep);
+    }
+    restart();
 }
 
 // Called by the collector and by whoever wants to see everything that was written before.

@@ -54,12 +54,24 @@ public:
     /// Back to the state that the constructor made; the journal is emptied.
     void reset();
 
+    /// Whether the platform has installed an image and asks for a restart.
+    [[nodiscard]] static bool restart_due();
+
+    /// Starts the device anew: all its processes end (those of this emulator do not count), /tmp is new,
+    /// "softinfo" names the version of the image in the flash. The cloud, the broker's mode and the
+    /// journal go on; a record {"kind": "restart", "version"} is added.
+    void restart();
+
+    /// Waits until a restart is due, then does it.
+    /// @throws std::runtime_error with the journal's text when the watchdog runs out.
+    void await_restart();
+
     [[nodiscard]] Journal &journal() { return journal_; }
     [[nodiscard]] Broker &broker() { return *broker_; }
     [[nodiscard]] Cloud &cloud() { return *cloud_; }
 
 private:
-    void _start();
+    void _start(const json &cloud);
     void _stop();
     void _collect();
 

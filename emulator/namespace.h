@@ -28,6 +28,10 @@ void enter_device(const DeviceOptions &options = {});
 /// Makes the device's /tmp empty; host folders that had to be kept in it stay.
 void clear_tmp();
 
+/// Ends every process of the device except process 1 and the caller. Nothing where the device has no
+/// /proc of its own.
+void end_other_processes();
+
 /// Makes the device's flash empty, unless it is a folder of the host.
 void clear_flash();
 

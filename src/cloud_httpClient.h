@@ -23,7 +23,8 @@ struct HttpClientFileInfo {
 };
 
 /// Progress of the transfer under way, or of the last one.
-extern constinit HttpClientFileInfo g_httpClientFileInfo;
+extern constinit HttpClientFileInfo
+    g_httpClientFileInfo;  // NOLINT(bugprone-dynamic-static-initializers): a declaration
 
 /// Fetches an image. Five attempts in a row that bring nothing give up; any that brings data starts
 /// counting anew.

@@ -1,0 +1,335 @@
+#include "image_server.h"
+
+#include <netinet/in.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <poll.h>
+#include <strings.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <csignal>
+#include <limits>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace emulator {
+namespace {
+
+constexpr size_t kLongestRequest = 64U << 10U;
+constexpr size_t kPieceBytes = 256U << 10U;
+constexpr size_t kNever = std::numeric_limits<size_t>::max();
+constexpr int kOk = 200;
+constexpr int kPartial = 206;
+constexpr int kNotFound = 404;
+constexpr int kBadRange = 416;
+
+[[noreturn]] void _fail(const std::string &what) {
+    throw std::runtime_error("image server: " + what + ": " + std::to_string(errno) + " " +
+                             std::to_string(ERR_get_error()));
+}
+
+SSL_CTX *_make_tls(const TlsFiles &files) {
+    if (files.certificate.empty()) {
+        return nullptr;
+    }
+    SSL_CTX *tls = SSL_CTX_new(TLS_server_method());
+    if (tls == nullptr || SSL_CTX_use_certificate_chain_file(tls, files.certificate.c_str()) != 1 ||
+        SSL_CTX_use_PrivateKey_file(tls, files.key.c_str(), SSL_FILETYPE_PEM) != 1) {
+        SSL_CTX_free(tls);
+        _fail(files.certificate);
+    }
+    return tls;
+}
+
+// The part of a content that a Range header asks for: "bytes=FROM-" or "bytes=FROM-TO".
+struct Range {
+    size_t from = 0;
+    size_t to = kNever;  // inclusive
+};
+
+std::optional<Range> _parse_range(std::string_view text) {
+    constexpr std::string_view kUnit = "bytes=";
+    Range range;
+    if (!text.starts_with(kUnit)) {
+        return {};
+    }
+    text.remove_prefix(kUnit.size());
+    const auto from = std::from_chars(text.data(), text.data() + text.size(), range.from);
+    if (from.ec != std::errc{} || from.ptr == text.data() + text.size() || *from.ptr != '-') {
+        return {};
+    }
+    std::from_chars(from.ptr + 1, text.data() + text.size(), range.to);
+    return range;
+}
+
+const char *_reason(int status) {
+    switch (status) {
+        case kOk:
+            return "OK";
+        case kPartial:
+            return "Partial Content";
+        case kNotFound:
+            return "Not Found";
+        case kBadRange:
+            return "Range Not Satisfiable";
+        default:
+            return "As Told";
+    }
+}
+
+}  // namespace
+
+struct ImageServer::Rule {
+    json rule;
+    int seen = 0;
+};
+
+struct ImageServer::Request {
+    std::string method;
+    std::string path;
+    std::string range;
+};
+
+// One client: plain or TLS.
+class ImageServer::Connection {
+public:
+    Connection(int fd, int stop_fd, SSL_CTX *tls) : fd_(fd), stop_fd_(stop_fd) {
+        if (tls != nullptr) {
+            ssl_ = SSL_new(tls);
+            SSL_set_fd(ssl_, fd);
+            open_ = SSL_accept(ssl_) == 1;
+        }
+    }
+    ~Connection() {
+        if (open_ && ssl_ != nullptr) {
+            SSL_shutdown(ssl_);
+        }
+        SSL_free(ssl_);
+        close(fd_);
+        ERR_clear_error();
+    }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    [[nodiscard]] bool read_request(Request &request) {
+        size_t end = 0;
+        while ((end = received_.find("\r\n\r\n")) == std::string::npos) {
+            std::array<char, 4096> buffer{};
+            const auto size = open_ && received_.size() < kLongestRequest ? _read(buffer) : 0;
+            if (size <= 0) {
+                return false;
+            }
+            received_.append(buffer.data(), static_cast<size_t>(size));
+        }
+        std::istringstream head(received_.substr(0, end));
+        received_.erase(0, end + 4);
+        head >> request.method >> request.path;
+        for (std::string line; std::getline(head, line);) {
+            constexpr std::string_view kName = "range: ";
+            if (strncasecmp(line.c_str(), kName.data(), kName.size()) == 0) {
+                request.range = line.substr(kName.size(), line.find('\r') - kName.size());
+            }
+        }
+        return true;
+    }
+
+    [[nodiscard]] bool write(std::string_view bytes) {
+        while (!bytes.empty() && open_) {
+            const size_t piece = std::min(bytes.size(), kPieceBytes);
+            const auto sent = ssl_ != nullptr ? SSL_write(ssl_, bytes.data(), static_cast<int>(piece))
+                                              : send(fd_, bytes.data(), piece, MSG_NOSIGNAL);
+            open_ = sent > 0;
+            bytes.remove_prefix(sent > 0 ? static_cast<size_t>(sent) : 0);
+        }
+        return open_;
+    }
+
+    // Returns when the time is over (true), the client has gone or the server ends.
+    [[nodiscard]] bool rest(int milliseconds) {
+        std::array<pollfd, 2> ends{{{fd_, POLLRDHUP, 0}, {stop_fd_, POLLIN, 0}}};
+        return poll(ends.data(), ends.size(), milliseconds) == 0;
+    }
+
+    // Waits for the next request. @return false when there will be none.
+    [[nodiscard]] bool wait() {
+        std::array<pollfd, 2> ends{{{fd_, POLLIN, 0}, {stop_fd_, POLLIN, 0}}};
+        return open_ && (!received_.empty() || (ssl_ != nullptr && SSL_pending(ssl_) > 0) ||
+                         (poll(ends.data(), ends.size(), -1) > 0 && ends[1].revents == 0));
+    }
+
+private:
+    [[nodiscard]] ssize_t _read(std::array<char, 4096> &buffer) {
+        return ssl_ != nullptr ? SSL_read(ssl_, buffer.data(), static_cast<int>(buffer.size()))
+                               : recv(fd_, buffer.data(), buffer.size(), 0);
+    }
+
+    int fd_;
+    int stop_fd_;
+    SSL *ssl_ = nullptr;
+    bool open_ = true;
+    std::string received_;
+};
+
+ImageServer::ImageServer(Journal &journal, const TlsFiles &tls)
+    : journal_(journal), tls_(_make_tls(tls), SSL_CTX_free) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    listen_fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    stop_fd_ = eventfd(0, EFD_CLOEXEC);
+    if (bind(listen_fd_, reinterpret_cast<const sockaddr *>(&address), size) != 0 ||
+        listen(listen_fd_, SOMAXCONN) != 0 ||
+        getsockname(listen_fd_, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+        _fail("socket");
+    }
+    port_ = ntohs(address.sin_port);
+    acceptor_ = std::thread([this] { _accept_loop(); });
+}
+
+ImageServer::~ImageServer() {
+    eventfd_write(stop_fd_, 1);
+    acceptor_.join();
+    for (std::thread &connection : connections_) {
+        connection.join();
+    }
+    close(listen_fd_);
+    close(stop_fd_);
+}
+
+std::string ImageServer::url(std::string_view path) const {
+    return (tls_ ? "https://localhost:" : "http://localhost:") + std::to_string(port_) + std::string(path);
+}
+
+void ImageServer::put(const std::string &path, std::string content) {
+    const std::lock_guard lock(mutex_);
+    contents_[path] = std::make_shared<const std::string>(std::move(content));
+}
+
+void ImageServer::set_rules(const json &rules) {
+    const std::lock_guard lock(mutex_);
+    rules_.clear();
+    for (const json &rule : rules) {
+        rules_.push_back({rule});
+    }
+}
+
+void ImageServer::_accept_loop() {
+    std::array<pollfd, 2> inputs{{{stop_fd_, POLLIN, 0}, {listen_fd_, POLLIN, 0}}};
+    while (poll(inputs.data(), inputs.size(), -1) >= 0 && inputs[0].revents == 0) {
+        const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+        if (fd >= 0) {
+            connections_.emplace_back([this, fd] { _serve(fd); });
+        }
+    }
+}
+
+void ImageServer::_serve(int fd) {
+    sigset_t pipe;  // the TLS library writes as it likes: a client that went away is no signal
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
+    // A client that neither sends nor reads must not keep the server from ending.
+    const timeval patience{30, 0};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    Connection connection(fd, stop_fd_, tls_.get());
+    while (connection.wait()) {
+        Request request;
+        if (!connection.read_request(request) || !_answer(connection, request)) {
+            return;
+        }
+    }
+}
+
+json ImageServer::_faults(const Request &request) {
+    const std::lock_guard lock(mutex_);
+    for (Rule &rule : rules_) {
+        if (rule.rule.value("path", request.path) != request.path ||
+            rule.rule.value("method", request.method) != request.method) {
+            continue;
+        }
+        ++rule.seen;
+        if (rule.rule.value("nth", rule.seen) == rule.seen) {
+            return rule.rule.at("do");
+        }
+    }
+    return json::object();
+}
+
+ImageServer::Content ImageServer::_content(const std::string &path) {
+    const std::lock_guard lock(mutex_);
+    const auto found = contents_.find(path);
+    return found == contents_.end() ? nullptr : found->second;
+}
+
+// Returns whether the connection can take another request.
+bool ImageServer::_answer(Connection &connection, const Request &request) {
+    const json faults = _faults(request);
+    const Content content = _content(request.path);
+    const auto range = faults.value("ranges", true) ? _parse_range(request.range) : std::nullopt;
+    int status = faults.value("status", content == nullptr ? kNotFound : range ? kPartial : kOk);
+    std::string_view body = "told to fail\n";
+    std::string header;
+    if (status == kOk || status == kPartial) {
+        body = content == nullptr ? std::string_view{} : std::string_view(*content);
+    }
+    if (status == kPartial && range->from >= body.size()) {
+        status = kBadRange;
+        header = "Content-Range: bytes */" + std::to_string(body.size()) + "\r\n";
+        body = {};
+    } else if (status == kPartial) {
+        const size_t last = std::min(range->to, body.size() - 1);
+        header = "Content-Range: bytes " + std::to_string(range->from) + "-" + std::to_string(last) + "/" +
+                 std::to_string(body.size()) + "\r\n";
+        body = body.substr(range->from, last - range->from + 1);
+    }
+    if (faults.contains("location")) {
+        header += "Location: " + faults.at("location").get<std::string>() + "\r\n";
+    }
+    const json length = faults.contains("length") ? faults.at("length") : json(body.size());
+    if (!length.is_null()) {
+        header += "Content-Length: " + dump(length) + "\r\n";
+    }
+    bool open = !faults.contains("length");
+    header += open ? "" : "Connection: close\r\n";
+    open = connection.write("HTTP/1.1 " + std::to_string(status) + " " + _reason(status) + "\r\n" + header +
+                            "\r\n") &&
+           open;
+    if (request.method == "HEAD") {
+        body = {};
+    }
+
+    const size_t drop_after = faults.value("drop_after", kNever);
+    const size_t stall_after = faults.value("stall_after", kNever);
+    const json trickle = faults.value("trickle", json{{"bytes", kPieceBytes}, {"ms", 0}});
+    const std::string_view all = body.substr(0, std::min(drop_after, stall_after));
+    size_t sent = 0;
+    bool going = true;
+    while (going && sent < all.size()) {
+        const std::string_view piece = all.substr(sent, trickle.at("bytes").get<size_t>());
+        going = connection.write(piece);
+        sent += going ? piece.size() : 0;
+        const int pause_ms = trickle.at("ms");
+        going = going && (pause_ms == 0 || connection.rest(pause_ms));
+    }
+    if (going && stall_after < body.size()) {
+        static_cast<void>(connection.rest(-1));
+    }
+    journal_.add("http", {{"method", request.method},
+                          {"path", request.path},
+                          {"range", request.range},
+                          {"status", status},
+                          {"sent", sent}});
+    return open && going && sent == body.size();
+}
+
+}  // namespace emulator

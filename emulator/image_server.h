@@ -1,0 +1,81 @@
+// The server that firmware images are fetched from: HTTP or HTTPS on loopback, a port of its own
+// choice, ranges, redirects, and faults by script. One thread for each connection.
+//
+// Rules are a JSON array, like those of a scenario; the first one that fits a request holds:
+//   {"path": "/fw.bin", "method": "GET", "nth": 2, "do": {...}}
+// path, method: when left out, any. nth: only the nth request that the rest fits, or every one.
+// Members of "do":
+//   status      answer with this code and a short body (404, 500, ...)
+//   location    with status 301, 302, 303, 307 or 308: where to
+//   length      the Content-Length told instead of the true one; null: none is told
+//   ranges      false: ranges are ignored, the whole content is sent
+//   stall_after bytes of the body after which nothing more comes while the client waits
+//   drop_after  bytes of the body after which the connection ends
+//   trickle     {"bytes": n, "ms": m}: so many at a time, with a rest in between
+//
+// Each answer becomes a record {"kind": "http", "method", "path", "range", "status", "sent"}: "range"
+// as asked for (or ""), "sent" the bytes of the body that went out.
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "journal.h"
+
+struct ssl_ctx_st;
+
+namespace emulator {
+
+/// PEM files of an HTTPS server; both empty: HTTP.
+struct TlsFiles {
+    std::string certificate;
+    std::string key;
+};
+
+class ImageServer {
+public:
+    /// Listens at once. @throws std::runtime_error  no socket, or unusable TLS files.
+    explicit ImageServer(Journal &journal, const TlsFiles &tls = {});
+    ~ImageServer();
+    ImageServer(const ImageServer &) = delete;
+    ImageServer &operator=(const ImageServer &) = delete;
+
+    /// "http://localhost:PORT" or "https://localhost:PORT", and the path.
+    [[nodiscard]] std::string url(std::string_view path) const;
+
+    /// Puts content at a path ("/fw.bin"), replacing what was there.
+    void put(const std::string &path, std::string content);
+
+    /// Replaces the rules; counters of nth begin anew.
+    void set_rules(const json &rules);
+
+private:
+    struct Rule;
+    struct Request;
+    class Connection;
+    using Content = std::shared_ptr<const std::string>;
+
+    void _accept_loop();
+    void _serve(int fd);
+    [[nodiscard]] bool _answer(Connection &connection, const Request &request);
+    [[nodiscard]] json _faults(const Request &request);
+    [[nodiscard]] Content _content(const std::string &path);
+
+    Journal &journal_;
+    std::unique_ptr<ssl_ctx_st, void (*)(ssl_ctx_st *)> tls_;
+    int listen_fd_ = -1;
+    int stop_fd_ = -1;  // readable once the server ends
+    int port_ = 0;
+    std::mutex mutex_;
+    std::map<std::string, Content> contents_;  // under mutex_
+    std::vector<Rule> rules_;                  // under mutex_
+    std::list<std::thread> connections_;       // of the acceptor alone until it ends
+    std::thread acceptor_;
+};
+
+}  // namespace emulator
