@@ -26,8 +26,9 @@ enum WrpDirection { WRP_WRITE = 0, WRP_READ = 1 };
 
 /* Carries out a group of operations of one direction, all or none.
  * entries: `length` bytes of consecutive entries; length is a multiple of sizeof(WrpOpEntry).
- * A read fills each output buffer with the object's record, at most outputLength bytes; an object
- * that was never written reads as zeros. The buffers stay the caller's.
+ * A read fills each output buffer with the object's record, never beyond outputLength bytes; an object
+ * that was never written reads as zeros. A length that is not the record's is refused, in either
+ * direction. The buffers stay the caller's.
  * Returns 0 on success; anything else on failure, and then no record has changed. */
 int wrpOpGrpDo(WrpOpEntry *entries, int length, int direction);
 
