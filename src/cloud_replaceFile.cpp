@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -17,12 +19,22 @@ constexpr mode_t kFileMode = 0644;
 constexpr size_t kPathRoom = 128;
 constexpr uint64_t kBlockBytes = 512;  // unit of st_blocks
 
-bool _write_whole(int fd, const char *text, size_t length) {
+// Blanks for the rest of a longer old content, which are cut off only afterwards: a reader in between finds
+// text and blanks, not the end of the old text.
+constexpr auto kBlanks = [] {
+    std::array<char, 512> blanks{};
+    blanks.fill(' ');
+    return blanks;
+}();
+
+bool _write_whole(int fd, const char *text, size_t length, size_t blanks = 0) {
+    const std::array parts{iovec{const_cast<char *>(text), length},
+                           iovec{const_cast<char *>(kBlanks.data()), std::min(blanks, kBlanks.size())}};
     ssize_t written = 0;
     do {
-        written = pwrite(fd, text, length, 0);
+        written = pwritev(fd, parts.data(), parts.size(), 0);
     } while (written < 0 && errno == EINTR);
-    return written >= 0 && static_cast<size_t>(written) == length;
+    return written >= 0 && static_cast<size_t>(written) >= length;
 }
 
 // On a full disk a new file gets no room, but the old one keeps its own.
@@ -35,7 +47,9 @@ bool _overwrite(const char *path, const char *text, size_t length) {
     if (static_cast<uint64_t>(status.st_blocks) * kBlockBytes < length) {
         return false;
     }
-    return _write_whole(file.get(), text, length) && ftruncate(file.get(), static_cast<off_t>(length)) == 0;
+    const auto oldLength = static_cast<size_t>(status.st_size);
+    return _write_whole(file.get(), text, length, oldLength > length ? oldLength - length : 0) &&
+           ftruncate(file.get(), static_cast<off_t>(length)) == 0;
 }
 
 }  // namespace
