@@ -416,11 +416,6 @@ json Broker::_reply(const Message &message, const json &effects) {
     if (message.type == kPoll) {
         return _poll(message, effects);
     }
-    if (message.type == kHello) {
-        const std::lock_guard lock(mutex_);
-        last_hello_ = _text(message.parsed, "response");
-        return nullptr;  // no reply is wanted, as for the types that are not below
-    }
     if (scripted != 0) {
         return {{"errorcode", scripted}};
     }
@@ -562,12 +557,9 @@ void Broker::_then(Connection &connection, const json &step) {
 }
 
 std::string Broker::_hello_answer() {
-    std::string hello;
-    {
-        const std::lock_guard lock(mutex_);
-        hello = last_hello_;
-    }
-    return cloud_.answer(hello);
+    const std::vector<json> hellos = journal_.messages(kHello);
+    const std::string body = hellos.empty() ? "" : hellos.back().at("body");
+    return cloud_.answer(_text(json::parse(valid_utf8(body), nullptr, false), "response"));
 }
 
 bool Broker::_pause(std::chrono::milliseconds time) {

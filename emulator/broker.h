@@ -114,7 +114,6 @@ private:
     std::map<int, Request> requests_;
     std::vector<Rule> rules_;
     std::list<Peer> connections_;
-    std::string last_hello_;
     std::thread acceptor_;
 };
 

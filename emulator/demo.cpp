@@ -171,7 +171,7 @@ std::string _indented(const std::string &text) {
     std::string result;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        result += "   " + line + '\n';
+        result += "   " + _shortened(line, kLineWidth) + '\n';
     }
     return result;
 }

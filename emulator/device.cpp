@@ -121,6 +121,13 @@ void Device::_start(const json &cloud) {
                                           {"oem_id", "F9E8D7C6B5A493827160F5E4D3C2B1A0"}}));
     _write_file("/tmp/softinfo", _software_version());
 
+    cloud_ = std::make_unique<Cloud>(cloud);
+    broker_ = std::make_unique<Broker>(journal_, *cloud_, scenario_);
+    const std::string kmpd = scenario_.value("kmpd", "answer");
+    if (kmpd != "absent") {
+        kmpd_ = std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", false));
+    }
+
     unlink(kRecorderPath);
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -140,13 +147,6 @@ void Device::_start(const json &cloud) {
             _collect();
         }
     });
-
-    cloud_ = std::make_unique<Cloud>(cloud);
-    broker_ = std::make_unique<Broker>(journal_, *cloud_, scenario_);
-    const std::string kmpd = scenario_.value("kmpd", "answer");
-    if (kmpd != "absent") {
-        kmpd_ = std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", false));
-    }
 }
 
 void Device::_stop() {
