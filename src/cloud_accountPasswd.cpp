@@ -60,7 +60,8 @@ using LowerName = std::array<char, kUserRoom>;
 }
 
 [[nodiscard]] bool _belongs_to(std::string_view line, std::string_view name) {
-    return line.size() > name.size() && line[name.size()] == ':' && line.starts_with(name);
+    return line.size() > name.size() && line[name.size()] == ':' &&
+           memcmp(line.data(), name.data(), name.size()) == 0;
 }
 
 /// Moves the lines to keep to the front. @return their bytes together.

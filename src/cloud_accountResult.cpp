@@ -55,8 +55,8 @@ struct Answer {
 }
 
 void _write_token(const char *token, const char *url) {
-    std::array<char, kTokenRoom> text;
-    snprintf(text.data(), text.size() - 1, "%s\n%s", token, url);
+    std::array<char, kTokenRoom + 1> text;  // and the last newline
+    snprintf(text.data(), kTokenRoom, "%s\n%s", token, url);
     const size_t length = strlen(text.data());
     text[length] = '\n';
     cloud_writeFile(kTokenPath, {text.data(), length + 1});

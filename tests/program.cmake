@@ -1,0 +1,15 @@
+cloud_test(
+  command_line_test NAMESPACE PROGRAM
+  SOURCES command_line_test.cpp)
+cloud_test(
+  bind_test NAMESPACE PROGRAM
+  SOURCES bind_test.cpp)
+cloud_test(
+  account_test NAMESPACE PROGRAM
+  SOURCES account_test.cpp
+  LIBS wrapper)
+cloud_test(
+  util_test NAMESPACE
+  SOURCES cloud_util_test.cpp base64_test.cpp cloud_jsonRpc_test.cpp cloud_userConfig_test.cpp
+          cloud_api_wrap_test.cpp
+  LIBS cloud_program)
