@@ -1,5 +1,5 @@
 # Shared by the toolchain files of this folder. Before it: DEVICE_SYSROOT (what script/device made)
-# and DEVICE_TOOLS, the prefix of GCC's tools.
+# and DEVICE_TOOLS, the prefix of GCC's tools. DEVICE_FLAGS and DEVICE_LINK_FLAGS may be set, too.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${DEVICE_SYSROOT}/bin/cc)
 set(CMAKE_CXX_COMPILER ${DEVICE_SYSROOT}/bin/c++)
@@ -19,8 +19,11 @@ endif()
 # There is no C++ runtime library to link CMake's trial programs with.
 set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
-# A length that GCC cannot follow through mbedTLS once it optimises across it.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wno-stringop-overflow")
+set(CMAKE_C_FLAGS_INIT "${DEVICE_FLAGS}")
+set(CMAKE_CXX_FLAGS_INIT "${DEVICE_FLAGS}")
+# The warning: a length that GCC cannot follow through mbedTLS once it optimises across it.
+set(CMAKE_EXE_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS} -Wno-stringop-overflow")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS}")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
 # libcurl names its own libraries, with their folder, in its .pc file.
