@@ -10,21 +10,21 @@
 inline constexpr char kBrokerPath[] = "/tmp/cloud-brd";
 
 /// What a message is about. "to" and "from" are seen from this library.
-enum class Message : uint16_t {
-    kAccept = 16,           ///< from: greets every new connection
-    kRegister = 32,         ///< to: this connection is the device's service
-    kHelloAnswer = 34,      ///< from: the cloud's answer to the greeting
-    kSubmit = 64,           ///< to: a cloud request, account mode
-    kAsk = 66,              ///< to: is there an answer to this request id?
-    kAnswer = 67,           ///< from: what is known of it
-    kSubmitNoAccount = 68,  ///< to: a cloud request, no-account mode
-    kEvent = 80,            ///< to: a notification
-    kLinkStatus = 96,       ///< to: how is the link to the cloud?
-    kLogicStatus = 98,      ///< to: which mode?
-    kCloudRequest = 112,    ///< from: a request that the cloud sends to the device
-    kCloudResponse = 113,   ///< to: the service's answer to it
-    kHelloAsk = 128,        ///< from: give me the device's greeting
-    kHelloRequest = 129,    ///< to: the greeting
+enum class Message : uint32_t {  // as wide as what cloud_ipc_recv() hands out
+    kAccept = 16,                ///< from: greets every new connection
+    kRegister = 32,              ///< to: this connection is the device's service
+    kHelloAnswer = 34,           ///< from: the cloud's answer to the greeting
+    kSubmit = 64,                ///< to: a cloud request, account mode
+    kAsk = 66,                   ///< to: is there an answer to this request id?
+    kAnswer = 67,                ///< from: what is known of it
+    kSubmitNoAccount = 68,       ///< to: a cloud request, no-account mode
+    kEvent = 80,                 ///< to: a notification
+    kLinkStatus = 96,            ///< to: how is the link to the cloud?
+    kLogicStatus = 98,           ///< to: which mode?
+    kCloudRequest = 112,         ///< from: a request that the cloud sends to the device
+    kCloudResponse = 113,        ///< to: the service's answer to it
+    kHelloAsk = 128,             ///< from: give me the device's greeting
+    kHelloRequest = 129,         ///< to: the greeting
 };
 
 /// A frame's header: magic, type, length of the body; big-endian, no padding.

@@ -1,0 +1,105 @@
+// Signals that end a program of the library: the status, and the connections closed.
+#include <gtest/gtest.h>
+#include <kxcc.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <functional>
+
+#include "cloud_api.h"
+#include "cloud_mod_support.h"
+#include "cloud_owner.h"
+
+namespace {
+
+// A process of its own, made while this one has a single thread; it starts when it is told to.
+class Child {
+public:
+    explicit Child(const std::function<void()> &work) {
+        int fds[2];
+        EXPECT_EQ(pipe(fds), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            close(fds[1]);
+            char go = 0;
+            if (read(fds[0], &go, 1) == 1) {
+                work();
+            }
+            _exit(7);
+        }
+        close(fds[0]);
+        start_ = UniqueFd(fds[1]);
+    }
+    void start() const { EXPECT_EQ(write(start_.get(), "", 1), 1); }
+    void signal(int number) const { EXPECT_EQ(kill(pid_, number), 0); }
+    int status() const {
+        int status = -1;
+        EXPECT_EQ(waitpid(pid_, &status, 0), pid_);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+private:
+    pid_t pid_ = -1;
+    UniqueFd start_;
+};
+
+std::optional<std::string> _pending(const Received &message) {
+    return message.type == 66 ? frame(67, R"({"id":5,"errorcode":-3001})")
+                              : frame(65, R"({"errorcode":0,"id":5})");
+}
+
+void _request() {
+    char *text = nullptr;
+    static_cast<void>(kxcc_send_request_sync("{}", 60000, 1, &text));
+}
+
+void _ignore(int32_t /*id*/, const char * /*text*/) {}
+
+void _wait_for_callback() {
+    static_cast<void>(kxcc_send_request_async("{}", 1500, 1, _ignore));
+    for (;;) {
+        pause();
+    }
+}
+
+TEST(Signals, EndARequest) {
+    for (const int number : {SIGTERM, SIGINT}) {
+        const Child child(_request);
+        Broker broker(_pending);
+        child.start();
+        broker.await(66);
+        child.signal(number);
+        EXPECT_EQ(child.status(), 255) << number;
+        broker.await_closed(0);
+    }
+}
+
+TEST(Signals, EndAWaitForACallbackOnceItCame) {
+    for (const int number : {SIGTERM, SIGINT}) {
+        const Child child(_wait_for_callback);
+        Broker broker(_pending);
+        child.start();
+        broker.await(66);
+        child.signal(number);
+        EXPECT_EQ(child.status(), 255) << number;
+        broker.await_closed(0);
+        broker.await_closed(1);
+        EXPECT_GE(broker.received(66).size(), 2U);  // the teardown waited for the time-out
+    }
+}
+
+TEST(Signals, EndATeardownAtOnce) {
+    const Child child([] {
+        static_cast<void>(kxcc_send_request_async("{}", 600000, 1, _ignore));
+        cloud_api_destroy();  // waits for the request
+    });
+    Broker broker(_pending);
+    child.start();
+    broker.await(66, 2);  // by then the teardown has begun
+    child.signal(SIGTERM);
+    broker.await_closed(1);
+    EXPECT_EQ(child.status(), 255);
+}
+
+}  // namespace
