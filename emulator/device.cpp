@@ -23,7 +23,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds kSettleTime{10};
 constexpr std::chrono::milliseconds kSettleStep{5};
 constexpr const char *kRestartMark = "/mnt/restart";  // left by the platform once an image is installed
 
@@ -51,7 +50,7 @@ bool _orphans() {
         std::istringstream rest(line.substr(line.rfind(')') + 1));
         char state = 0;
         int parent = 0;
-        if (rest >> state >> parent && parent == 1 && state != 'Z') {
+        if (rest >> state >> parent && parent == 1) {
             return true;
         }
     }
@@ -210,8 +209,8 @@ void Device::_collect() {
     }
 }
 
-void Device::settle() {
-    const auto deadline = std::chrono::steady_clock::now() + kSettleTime;
+void Device::settle(std::chrono::milliseconds limit) {
+    const auto deadline = std::chrono::steady_clock::now() + limit;
     while (_orphans() && std::chrono::steady_clock::now() < deadline) {
         std::this_thread::sleep_for(kSettleStep);
     }

@@ -42,8 +42,8 @@ public:
     [[nodiscard]] Process start(std::vector<std::string> argv, const RunOptions &options = {});
 
     /// Waits until no process is left over from programs that have ended ("dropbreload &"), and
-    /// takes in what they reported. Gives up silently after some seconds.
-    void settle();
+    /// takes in what they reported. Gives up silently at the limit.
+    void settle(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
     /// The text as cipher, as the device's web interface would make it.
     [[nodiscard]] std::string encrypt(std::string_view text);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <fstream>
@@ -23,6 +24,7 @@ namespace {
 using emulator::json;
 
 constexpr int kNoCommand = 127;
+constexpr std::chrono::seconds kLastScripts{2};  // that a command may have left in the background
 
 std::atomic<pid_t> g_command{0};
 
@@ -53,7 +55,9 @@ int _in_front(emulator::Device &device, std::vector<std::string> words) {
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     g_command = 0;
-    device.settle();
+    if (WIFEXITED(status)) {
+        device.settle(kLastScripts);
+    }
     const int code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     device.journal().add("run", {{"argv", words}, {"status", code}});
     return code;

@@ -380,13 +380,13 @@ TEST(Kmpd, FindsAFaultAtEachOffset) {
         EXPECT_THAT(check_datagram(right, big_endian), IsEmpty());
         EXPECT_THAT(check_datagram(right, !big_endian), testing::SizeIs(2));
         EXPECT_THAT(check_datagram(right.substr(1), big_endian), ElementsAre("size 10359"));
-        for (size_t offset = 0; offset < right.size(); ++offset) {
-            std::string wrong = right;
-            wrong[offset] = static_cast<char>(wrong[offset] ^ 'x');
+        std::string wrong = right;
+        for (size_t offset = 0; offset < right.size(); offset += offset < 200 ? 1 : 7) {
+            wrong[offset] = static_cast<char>(right[offset] ^ 'x');
             if (offset < 120 || offset >= 160) {  // the payload's letters themselves are free
-                EXPECT_THAT(check_datagram(wrong, big_endian), testing::Not(IsEmpty()))
-                    << "offset " << offset;
+                EXPECT_THAT(check_datagram(wrong, big_endian), testing::Not(IsEmpty())) << offset;
             }
+            wrong[offset] = right[offset];
         }
     }
 }
@@ -433,11 +433,14 @@ TEST(DeviceTest, RecordsScriptsAndConsoleBeforeTheRunReturns) {
 
 TEST(DeviceTest, IsFreshAfterReset) {
     Device device;
+    const std::vector<std::string> look{"sh", "-c", "ls -A /tmp /mnt; cat /tmp/device.info /tmp/softinfo"};
+    const auto fresh = device.run(look);
+    EXPECT_THAT(fresh.out, testing::HasSubstr("cloud-brd\ncloud_kmpd_unix\n"));
+    EXPECT_THAT(fresh.out, testing::EndsWith("}1.0.3 Build 20200923 Rel.36519\n"));
     EXPECT_EQ(device.run({"sh", "-c", "mkdir /tmp/a /mnt/b; touch /tmp/a/x; rm /tmp/softinfo"}).status, 0);
     device.reset();
-    EXPECT_EQ(device.run({"sh", "-c", "ls /tmp /mnt; cat /tmp/softinfo"}).out,
-              "/mnt:\n\n/tmp:\ncloud-brd\ncloud_kmpd_unix\ndevice.info\nsoftinfo\n1.0.3 Build 20200923 "
-              "Rel.36519\n");
+    EXPECT_EQ(device.run(look).out, fresh.out);
+    EXPECT_THAT(device.journal().of_kind("run"), testing::SizeIs(1));
 }
 
 TEST(DeviceTest, KillsWhatDoesNotEnd) {
@@ -445,6 +448,7 @@ TEST(DeviceTest, KillsWhatDoesNotEnd) {
     RunOptions options;
     options.watchdog = std::chrono::milliseconds(50);
     EXPECT_THROW(device.run({"sh", "-c", "sleep 1000"}, options), std::runtime_error);
+    device.settle();
     EXPECT_EQ(device.run({"pgrep", "sleep"}).out, "");
 }
 
