@@ -26,30 +26,14 @@ void _msg_write_error(int32_t result) {
     cloud_writeFile(kErrorPath, {text.data(), static_cast<size_t>(length)});
 }
 
-[[nodiscard]] int32_t _exchange(const char *arg1, const char *arg2, int32_t timeout_ms, SendRequest send,
-                                FormatRequest format, ParseResponse parse, OnSuccess onSuccess) {
-    if (send == nullptr) {
-        MSG_LOG("IPC send callback is NULL.");
-        return kFailed;
-    }
-    const HeapText request(format(arg1, arg2));
-    if (request == nullptr) {
-        MSG_LOG("Format request message failed.");
-        return kFailed;
-    }
-    char *answer = nullptr;
-    const int32_t sent = send(request.get(), timeout_ms, kKind, &answer);
-    const HeapText response(answer);
-    if (sent < 0) {
-        MSG_LOG("Fail to send request sync, error=%d\n", sent);
-        return sent;
-    }
-    const int32_t result = parse(response.get(), arg1);
-    if (result == 0 && onSuccess != nullptr) {
-        onSuccess(arg1, arg2);
-    }
-    return result;
-}
+// A command's result: whatever it ends with is left in the error file.
+struct ReportedResult {
+    int32_t value = kFailed;
+    ReportedResult() = default;
+    ReportedResult(const ReportedResult &) = delete;
+    ReportedResult &operator=(const ReportedResult &) = delete;
+    ~ReportedResult() { _msg_write_error(value); }
+};
 
 // What every command shares.
 [[nodiscard]] int32_t _run(const char *arg1, const char *arg2, FormatRequest format, ParseResponse parse,
@@ -71,9 +55,28 @@ void _msg_write_error(int32_t result) {
 
 int32_t _do_message(const char *arg1, const char *arg2, int32_t timeout_ms, SendRequest send,
                     FormatRequest format, ParseResponse parse, OnSuccess onSuccess) {
-    const int32_t result = _exchange(arg1, arg2, timeout_ms, send, format, parse, onSuccess);
-    _msg_write_error(result);
-    return result;
+    ReportedResult result;
+    if (send == nullptr) {
+        MSG_LOG("IPC send callback is NULL.");
+        return result.value;
+    }
+    const HeapText request(format(arg1, arg2));
+    if (request == nullptr) {
+        MSG_LOG("Format request message failed.");
+        return result.value;
+    }
+    char *answer = nullptr;
+    result.value = send(request.get(), timeout_ms, kKind, &answer);
+    const HeapText response(answer);
+    if (result.value < 0) {
+        MSG_LOG("Fail to send request sync, error=%d\n", result.value);
+        return result.value;
+    }
+    result.value = parse(response.get(), arg1);
+    if (result.value == 0 && onSuccess != nullptr) {
+        onSuccess(arg1, arg2);
+    }
+    return result.value;
 }
 
 }  // namespace cloud_account

@@ -57,13 +57,14 @@ void _clear_account() {
 
 // Whether the password of a login differs from the stored one. Two encryptions of one password differ,
 // so the plain texts are compared; if either does not decrypt nothing is known and nothing changes.
-[[nodiscard]] bool _password_differs(const char *encPassword, const char *stored) {
+[[nodiscard]] bool _password_differs(const char *encPassword, const char *stored,
+                                     Caller caller = Caller::here()) {
     RsaKeys keys;
     keys.load();
     const SecretText given = keys.decrypt(encPassword);
     const SecretText known = keys.decrypt(stored);
     if (given == nullptr || known == nullptr) {
-        MSG_LOG("Decrypt password failed.");
+        MSG_LOG_FOR(caller, "Decrypt password failed.");
         return false;
     }
     return strncmp(given.get(), known.get(), kPlainCompared) != 0;
