@@ -187,7 +187,7 @@ Accept cloud_api_accept(int fd, int32_t *errorCode) {
     if (type != static_cast<uint32_t>(Message::kAccept)) {
         return Accept::kWrongType;
     }
-    const JsonTree tree(cJSON_Parse(body.get()));
+    const JsonTree tree = cloud_json_parse(body.get());
     if (tree == nullptr) {
         return Accept::kNotJson;
     }

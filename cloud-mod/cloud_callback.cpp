@@ -119,7 +119,7 @@ void _poll(CloudApi *api, int32_t id) {
 // Hands an answer to the callback that waits for it. Whatever cannot be delivered is dropped: its
 // request is polled again, or times out.
 void _deliver(CloudApi *api, const char *body) {
-    const JsonTree tree(cJSON_Parse(body));
+    const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
         CLOUD_ERROR("parse json error, msg:%s", body);
         return;

@@ -64,7 +64,7 @@ JsonText cloud_hello_request(const kxcc_hello_info &info) {
         CLOUD_ERROR("fail to create json object");
         return nullptr;
     }
-    const JsonText text(cJSON_PrintUnformatted(request.get()));
+    const JsonText text = cloud_json_print(request.get());
     if (text == nullptr) {
         CLOUD_ERROR("transfer from json to string error");
         return nullptr;
@@ -74,7 +74,7 @@ JsonText cloud_hello_request(const kxcc_hello_info &info) {
         CLOUD_ERROR("create object error");
         return nullptr;
     }
-    JsonText body(cJSON_PrintUnformatted(message.get()));
+    JsonText body = cloud_json_print(message.get());
     if (body == nullptr) {
         CLOUD_ERROR("transfer from json to string error");
     }
@@ -82,7 +82,7 @@ JsonText cloud_hello_request(const kxcc_hello_info &info) {
 }
 
 bool cloud_hello_result(const char *body, kxcc_hello_result *result, JsonTree *answer) {
-    const JsonTree message(cJSON_Parse(body));
+    const JsonTree message = cloud_json_parse(body);
     if (message == nullptr) {
         CLOUD_ERROR("parse message error");
         return false;
@@ -97,7 +97,7 @@ bool cloud_hello_result(const char *body, kxcc_hello_result *result, JsonTree *a
         CLOUD_ERROR("parse response error");
         return false;
     }
-    answer->reset(cJSON_Parse(response));
+    *answer = cloud_json_parse(response);
     if (*answer == nullptr) {
         CLOUD_ERROR("parse message error");
         return false;

@@ -70,7 +70,7 @@ using ShortBody = std::array<char, kShortBodySize>;
     if (result != KXCC_OK) {
         return result;
     }
-    tree->reset(cJSON_Parse(body.get()));
+    *tree = cloud_json_parse(body.get());
     if (*tree == nullptr) {
         CLOUD_ERROR("parse message error");
         return KXCC_ERROR_REPLY;
@@ -106,12 +106,12 @@ using ShortBody = std::array<char, kShortBodySize>;
     const bool built = cJSON_AddStringToObject(tree.get(), "request", request) != nullptr &&
                        cJSON_AddNumberToObject(tree.get(), "timeout", timeout) != nullptr &&
                        cJSON_AddNumberToObject(tree.get(), "flag", flag) != nullptr;
-    return JsonText(built ? cJSON_PrintUnformatted(tree.get()) : nullptr);
+    return cloud_json_print(built ? tree.get() : nullptr);
 }
 
 // Reads the reply to a submitted request: its id, the broker's code, or the library's.
 [[nodiscard]] int32_t _accepted_id(const char *body, int32_t *id) {
-    const JsonTree tree(cJSON_Parse(body));
+    const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
         CLOUD_ERROR("json parse error");
         return KXCC_ERROR_REPLY;
@@ -178,7 +178,7 @@ using ShortBody = std::array<char, kShortBodySize>;
 
 // Reads the reply to a poll. On KXCC_OK *text is a heap copy of the answer.
 [[nodiscard]] int32_t _answer(const char *body, char **text) {
-    const JsonTree tree(cJSON_Parse(body));
+    const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
         CLOUD_ERROR("parse json error, msg:%s", body);
         return KXCC_ERROR_REPLY;

@@ -58,7 +58,7 @@ void _set_hooks(CloudApi *api, const Hooks &hooks) {
         CLOUD_ERROR("ipc recv error");
         return false;
     }
-    const JsonTree tree(cJSON_Parse(body.get()));
+    const JsonTree tree = cloud_json_parse(body.get());
     if (tree == nullptr) {
         CLOUD_ERROR("parse message error");
         return false;
@@ -135,11 +135,11 @@ void _take_greeting_answer(const char *body, const Hooks &hooks) {
     const bool built =
         cJSON_AddNumberToObject(tree.get(), "errorcode", errorCode) != nullptr &&
         cJSON_AddStringToObject(tree.get(), "response", response != nullptr ? response : "") != nullptr;
-    return JsonText(built ? cJSON_PrintUnformatted(tree.get()) : nullptr);
+    return cloud_json_print(built ? tree.get() : nullptr);
 }
 
 void _answer_cloud(int fd, const char *body, const Hooks &hooks) {
-    const JsonTree tree(cJSON_Parse(body));
+    const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
         CLOUD_ERROR("parse message error");
         return;

@@ -54,7 +54,7 @@ void _own_tmp() {
         _write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
         _write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
     }
-    _must(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount /");
+    _must(mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0, "mount /");
     _must(mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) == 0, "mount /tmp");
 }
 

@@ -1,23 +1,26 @@
-// Reading the keys of a message: matched exactly, and a value of another type counts as missing.
+// Reading and writing the JSON of messages. Keys are matched exactly, and a value of another type
+// counts as missing.
+//
+// Parsing and printing are safe from several threads: cJSON keeps the place of the last error in a
+// global, and asks localeconv(), which fills another, so both are done under one lock.
 #pragma once
 
-#include <cjson/cJSON.h>
-
 #include <cstdint>
+
+#include "cloud_owner.h"
+
+/// @param text  may be null.
+/// @return the tree; null when the text is no JSON, or without memory.
+[[nodiscard]] JsonTree cloud_json_parse(const char *text);
+
+/// @param tree  may be null.
+/// @return the text without white space; null for a null tree, or without memory.
+[[nodiscard]] JsonText cloud_json_print(const cJSON *tree);
 
 /// Reads a number (cut to its integer part and to 32 bits).
 /// @param tree   may be null or no object: then the key is missing.
 /// @param value  out: untouched when missing.
-[[nodiscard]] inline bool cloud_json_int(const cJSON *tree, const char *key, int32_t *value) {
-    const cJSON *const item = cJSON_GetObjectItemCaseSensitive(tree, key);
-    if (cJSON_IsNumber(item) == 0) {
-        return false;
-    }
-    *value = item->valueint;
-    return true;
-}
+[[nodiscard]] bool cloud_json_int(const cJSON *tree, const char *key, int32_t *value);
 
 /// @return the key's text, which belongs to the tree; null when missing.
-[[nodiscard]] inline const char *cloud_json_text(const cJSON *tree, const char *key) {
-    return cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(tree, key));
-}
+[[nodiscard]] const char *cloud_json_text(const cJSON *tree, const char *key);

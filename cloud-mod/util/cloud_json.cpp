@@ -1,0 +1,36 @@
+#include "cloud_json.h"
+
+#include <pthread.h>
+
+#include "cloud_thread.h"
+
+namespace {
+
+constinit pthread_mutex_t l_lock = PTHREAD_MUTEX_INITIALIZER;
+
+}  // namespace
+
+JsonTree cloud_json_parse(const char *text) {
+    const SignalsBlocked blocked;
+    const LockHeld lock(&l_lock);
+    return JsonTree(cJSON_Parse(text));
+}
+
+JsonText cloud_json_print(const cJSON *tree) {
+    const SignalsBlocked blocked;
+    const LockHeld lock(&l_lock);
+    return JsonText(tree != nullptr ? cJSON_PrintUnformatted(tree) : nullptr);
+}
+
+bool cloud_json_int(const cJSON *tree, const char *key, int32_t *value) {
+    const cJSON *const item = cJSON_GetObjectItemCaseSensitive(tree, key);
+    if (cJSON_IsNumber(item) == 0) {
+        return false;
+    }
+    *value = item->valueint;
+    return true;
+}
+
+const char *cloud_json_text(const cJSON *tree, const char *key) {
+    return cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(tree, key));
+}
