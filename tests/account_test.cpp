@@ -581,10 +581,10 @@ INSTANTIATE_TEST_SUITE_P(Daemon, AccountKickoff,
                          row_name<KickoffRow>);
 
 TEST(AccountKickoffSocket, MustBeHad) {
-    Device device;  // the rest is the C library's own wording
+    Device device;
     ASSERT_EQ(mkdir("/tmp/cloud_msg_unix", 0755), 0);
     EXPECT_EQ(printed(device, {"kickoff"}), "-1\n");
-    expect_console(device, "]failed to bind: Address");
+    expect_console(device, "]failed to bind: Address");  // the rest is the C library's own wording
 }
 
 }  // namespace
