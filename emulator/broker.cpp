@@ -1,119 +1,24 @@
 #include "broker.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 namespace emulator {
 namespace {
 
-constexpr size_t kHeaderSize = 8;  // magic:2 type:2 length:4, all big-endian
-constexpr std::string_view kMagic = "\xA1\xB2";
 constexpr size_t kLongestBody = 16U << 20U;
 constexpr int kPending = -3001;
 constexpr int kBadMessage = -1;
 constexpr int kLinkUp = 2;
 constexpr int kLinkReconnecting = 4;
 
-struct TypeName {
-    int type;
-    const char *name;
-};
-
-constexpr std::array kTypeNames{
-    TypeName{kAccept, "accept"},
-    TypeName{kRegister, "register"},
-    TypeName{kHelloAnswer, "helloAnswer"},
-    TypeName{kSubmit, "submit"},
-    TypeName{kPoll, "poll"},
-    TypeName{kAnswer, "answer"},
-    TypeName{kSubmitNoAccount, "submitNoAccount"},
-    TypeName{kNotify, "notify"},
-    TypeName{kLink, "link"},
-    TypeName{kLogic, "logic"},
-    TypeName{kCloudRequest, "cloudRequest"},
-    TypeName{kCloudResponse, "cloudResponse"},
-    TypeName{kAskHello, "askHello"},
-    TypeName{kHello, "hello"},
-};
-
-std::string _name(int type) {
-    for (const int step : {0, 1}) {
-        for (const TypeName &known : kTypeNames) {
-            if (known.type + step == type) {
-                return step == 0 ? known.name : std::string(known.name) + "Reply";
-            }
-        }
-    }
-    return "unknown";
-}
-
 bool _is_submit(int type) {
     return type == kSubmit || type == kSubmitNoAccount;
-}
-
-std::string _big_endian(size_t value, size_t size) {
-    std::string bytes;
-    for (size_t i = size; i-- > 0;) {
-        bytes += static_cast<char>(value >> 8 * i & 0xFFU);
-    }
-    return bytes;
-}
-
-size_t _number(std::string_view bytes) {
-    size_t value = 0;
-    for (const char byte : bytes) {
-        value = value << 8U | static_cast<unsigned char>(byte);
-    }
-    return value;
-}
-
-std::string _from_hex(const std::string &hex) {
-    std::string bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-    }
-    return bytes;
-}
-
-std::string _to_hex(std::string_view bytes) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::string hex;
-    for (const char byte : bytes) {
-        hex += kDigits[static_cast<unsigned char>(byte) >> 4U];
-        hex += kDigits[static_cast<unsigned char>(byte) & 15U];
-    }
-    return hex;
-}
-
-bool _read_all(int fd, std::string &buffer) {
-    for (size_t done = 0; done < buffer.size();) {
-        const ssize_t size = read(fd, buffer.data() + done, buffer.size() - done);
-        if (size <= 0 && !(size < 0 && errno == EINTR)) {
-            buffer.resize(done);
-            return false;
-        }
-        done += size > 0 ? static_cast<size_t>(size) : 0;
-    }
-    return true;
-}
-
-// A peer that is gone is noticed by the next read.
-void _write_all(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t size = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (size <= 0 && errno != EINTR) {
-            return;
-        }
-        bytes.remove_prefix(size > 0 ? static_cast<size_t>(size) : 0);
-    }
 }
 
 // The text of a member, or "" where there is none: messages may be hostile.
@@ -151,22 +56,14 @@ std::string _faulty_frame(int type, const std::string &body, const json &effects
         return effects.at("garbage");
     }
     if (effects.contains("garbage_hex")) {
-        return _from_hex(effects.at("garbage_hex"));
+        return from_hex(effects.at("garbage_hex"));
     }
-    const std::string magic =
-        effects.contains("magic") ? _from_hex(effects.at("magic")) : std::string(kMagic);
-    const size_t length = effects.value("length", body.size());
-    const size_t sent = effects.value("truncate", body.size());
-    return magic + _big_endian(static_cast<size_t>(effects.value("type", type)), 2) + _big_endian(length, 4) +
-           body.substr(0, sent);
+    const std::string magic = effects.contains("magic") ? from_hex(effects.at("magic")) : std::string(kMagic);
+    const std::string sent = body.substr(0, effects.value("truncate", body.size()));
+    return encode_frame(magic, effects.value("type", type), effects.value("length", body.size()), sent);
 }
 
 }  // namespace
-
-std::string encode_frame(int type, std::string_view body) {
-    return std::string(kMagic) + _big_endian(static_cast<size_t>(type), 2) + _big_endian(body.size(), 4) +
-           std::string(body);
-}
 
 struct Broker::Connection {
     Connection(int descriptor, int which) : fd(descriptor), number(which) {}
@@ -187,8 +84,9 @@ struct Broker::Connection {
 struct Broker::Message {
     int type = 0;
     std::string body;
-    json parsed;         // discarded when the body is not JSON
     std::string method;  // of the cloud request that it carries or asks for
+    // Discarded when the body is not JSON.
+    [[nodiscard]] json parsed() const { return json::parse(valid_utf8(body), nullptr, false); }
 };
 
 struct Broker::Request {
@@ -226,17 +124,8 @@ void Broker::start() {
     if (listen_fd_ >= 0) {
         return;
     }
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    unlink(path_.c_str());
-    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        listen(fd, SOMAXCONN) != 0) {
-        const int error = errno;
-        close(fd);
-        throw std::system_error(error, std::generic_category(), path_);
-    }
+    const int fd = bound_socket(SOCK_STREAM, path_);
+    listen(fd, SOMAXCONN);
     stopping_ = false;
     listen_fd_ = fd;
     acceptor_ = std::thread([this, fd] { _accept_loop(fd); });
@@ -339,35 +228,34 @@ void Broker::_serve(Connection &connection) {
 
 bool Broker::_read_message(Connection &connection, Message &message) {
     std::string header(kHeaderSize, '\0');
-    const bool whole = _read_all(connection.fd, header);
+    const bool whole = read_all(connection.fd, header);
     if (!whole && header.empty()) {
         return false;
     }
-    const size_t length = whole ? _number(header.substr(4)) : 0;
+    const size_t length = whole ? decode_number(header.substr(4)) : 0;
     message.body.assign(length <= kLongestBody ? length : 0, '\0');
     if (!whole || !header.starts_with(kMagic) || length > kLongestBody ||
-        !_read_all(connection.fd, message.body)) {
+        !read_all(connection.fd, message.body)) {
         journal_.add("bad_message",
-                     {{"connection", connection.number}, {"bytes", _to_hex(header + message.body)}});
+                     {{"connection", connection.number}, {"bytes", to_hex(header + message.body)}});
         return false;
     }
-    message.type = static_cast<int>(_number(header.substr(2, 2)));
-    message.parsed = json::parse(valid_utf8(message.body), nullptr, false);
+    message.type = static_cast<int>(decode_number(header.substr(2, 2)));
     message.method = _method_of(message);
     journal_.add("message", {{"connection", connection.number},
                              {"from", "client"},
                              {"type", message.type},
-                             {"name", _name(message.type)},
+                             {"name", message_name(message.type)},
                              {"body", message.body}});
     return true;
 }
 
 std::string Broker::_method_of(const Message &message) {
     if (_is_submit(message.type)) {
-        return _text(json::parse(_text(message.parsed, "request"), nullptr, false), "method");
+        return _text(json::parse(_text(message.parsed(), "request"), nullptr, false), "method");
     }
     const std::lock_guard lock(mutex_);
-    const auto request = requests_.find(_integer(message.parsed, "id", 0));
+    const auto request = requests_.find(_integer(message.parsed(), "id", 0));
     return message.type == kPoll && request != requests_.end() ? request->second.method : std::string();
 }
 
@@ -376,7 +264,7 @@ json Broker::_effects(const Connection &connection, const Message &message) {
     json effects = json::object();
     for (Rule &rule : rules_) {
         const json &on = rule.when.at("on");
-        const bool fits = (on == message.type || on == _name(message.type) ||
+        const bool fits = (on == message.type || on == message_name(message.type) ||
                            (on == "request" && _is_submit(message.type))) &&
                           rule.when.value("connection", connection.number) == connection.number &&
                           rule.when.value("method", message.method) == message.method;
@@ -438,7 +326,7 @@ json Broker::_reply(const Message &message, const json &effects) {
 }
 
 json Broker::_submit(const Message &message, const json &effects) {
-    const std::string text = _text(message.parsed, "request");
+    const std::string text = _text(message.parsed(), "request");
     if (text.empty()) {
         return {{"errorcode", kBadMessage}};
     }
@@ -464,7 +352,7 @@ json Broker::_submit(const Message &message, const json &effects) {
 
 json Broker::_poll(const Message &message, const json &effects) {
     const std::lock_guard lock(mutex_);
-    const int id = _integer(message.parsed, "id", 0);
+    const int id = _integer(message.parsed(), "id", 0);
     const auto found = requests_.find(id);
     const bool known = found != requests_.end();
     if (!effects.contains("answer") && !effects.contains("errorcode")) {
@@ -476,9 +364,9 @@ json Broker::_poll(const Message &message, const json &effects) {
             return {{"id", id}, {"errorcode", kPending}};
         }
     }
-    const json reply{{"id", id},
-                     {"errorcode", effects.value("errorcode", 0)},
-                     {"response", effects.value("answer", known ? found->second.answer : std::string())}};
+    json reply{{"id", id},
+               {"errorcode", effects.value("errorcode", 0)},
+               {"response", effects.value("answer", known ? found->second.answer : std::string())}};
     if (known && effects.empty()) {  // an answer that a fault spoils stays for the next poll
         requests_.erase(found);
     }
@@ -486,7 +374,7 @@ json Broker::_poll(const Message &message, const json &effects) {
 }
 
 void Broker::_notify(const Message &message) {
-    const int event = _integer(message.parsed, "event", 0);
+    const int event = _integer(message.parsed(), "event", 0);
     journal_.add("event", {{"event", event}});
     const std::lock_guard lock(mutex_);
     if (event == 10 || event == 11) {
@@ -511,9 +399,9 @@ int Broker::_link_now() {
     return link_;
 }
 
-void Broker::_deliver(Connection &connection, int type, std::string body, const json &effects) {
+void Broker::_deliver(Connection &connection, int type, const std::string &body, const json &effects) {
     json record{{"connection", connection.number}, {"from", "broker"}, {"type", type}};
-    record["name"] = _name(type);
+    record["name"] = message_name(type);
     record["body"] = body;
     if (!effects.empty()) {
         record["scripted"] = effects;
@@ -531,9 +419,9 @@ void Broker::_deliver(Connection &connection, int type, std::string body, const 
     }
     bytes.resize(std::min(bytes.size(), effects.value("close_after", bytes.size())));
     for (int i = effects.value("repeat", 1); i > 0; --i) {
-        _write_all(connection.fd, bytes);
+        write_all(connection.fd, bytes);
     }
-    _write_all(connection.fd, std::exchange(connection.held, {}));
+    write_all(connection.fd, std::exchange(connection.held, {}));
     if (effects.contains("close_after") || effects.value("close", false)) {
         connection.hang_up();
     }

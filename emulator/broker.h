@@ -16,31 +16,11 @@
 
 #include "cloud.h"
 #include "journal.h"
+#include "wire.h"
 
 namespace emulator {
 
 inline constexpr const char *kBrokerPath = "/tmp/cloud-brd";
-
-/// Wire types of messages; the answers to type n that have no number of their own use n + 1.
-enum MessageType : int {
-    kAccept = 16,
-    kRegister = 32,
-    kHelloAnswer = 34,
-    kSubmit = 64,
-    kPoll = 66,
-    kAnswer = 67,
-    kSubmitNoAccount = 68,
-    kNotify = 80,
-    kLink = 96,
-    kLogic = 98,
-    kCloudRequest = 112,
-    kCloudResponse = 113,
-    kAskHello = 128,
-    kHello = 129,
-};
-
-/// One message as bytes: magic A1 B2, type and length (big-endian), body.
-[[nodiscard]] std::string encode_frame(int type, std::string_view body);
 
 class Broker {
 public:
@@ -89,7 +69,7 @@ private:
     [[nodiscard]] json _poll(const Message &message, const json &effects);
     void _notify(const Message &message);
     [[nodiscard]] int _link_now();
-    void _deliver(Connection &connection, int type, std::string body, const json &effects);
+    void _deliver(Connection &connection, int type, const std::string &body, const json &effects);
     void _then(Connection &connection, const json &step);
     [[nodiscard]] std::string _hello_answer();
     [[nodiscard]] bool _pause(std::chrono::milliseconds time);

@@ -52,16 +52,20 @@ json &_device(json &model, const json &params) {
     return device;
 }
 
+std::string _owner(const json &device) {
+    return device.at("owner");
+}
+
 json &_bound_device(json &model, const json &params) {
     json &device = _device(model, params);
-    if (device.at("owner") == "") {
+    if (_owner(device).empty()) {
         throw Refusal(kCloudNotBound, "Device is not bound");
     }
     return device;
 }
 
 void _check_owner(const json &device, const std::string &name) {
-    if (!_same_name(device.at("owner"), name)) {
+    if (!_same_name(_owner(device), name)) {
         throw Refusal(kCloudNoPermission, "Account is not the owner");
     }
 }
@@ -74,7 +78,7 @@ json::iterator _find_user(json &device, const std::string &name) {
 json _bind(json &model, const json &params) {
     json &device = _device(model, params);
     const json &account = _logged_in(model, params);
-    if (device.at("owner") != "" && !_same_name(device.at("owner"), account.at("name"))) {
+    if (!_owner(device).empty() && !_same_name(_owner(device), account.at("name"))) {
         throw Refusal(kCloudBoundToOther, "Device is bound to another account");
     }
     device["owner"] = account.at("name");
@@ -91,7 +95,7 @@ json _unbind(json &model, const json &params) {
 json _login(json &model, const json &params) {
     json &device = _bound_device(model, params);
     const json &account = _logged_in(model, params);
-    const bool owner = _same_name(device.at("owner"), account.at("name"));
+    const bool owner = _same_name(_owner(device), account.at("name"));
     if (!owner && _find_user(device, account.at("name")) == device.at("users").end()) {
         throw Refusal(kCloudNoPermission, "Account is no user of this device");
     }

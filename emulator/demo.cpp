@@ -61,7 +61,7 @@ const std::vector<Step> &_steps() {
          {}},
         {"", {"cat", "/tmp/cloud.token"}, "7f3a90c2d6e84b15\nhttps://eweb.example.com/device\n", {}, {}},
         {"The management daemon passes a request through; the answer is cached.",
-         {"cloud_msg", "passthrough", "getWeather", "b64:{\"unit\":\"celsius\"}"},
+         {"cloud_msg", "passthrough", "getWeather", R"(b64:{"unit":"celsius"})"},
          "0\n",
          {message("submit")},
          {}},

@@ -4,7 +4,6 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,6 +16,7 @@
 #include <system_error>
 
 #include "namespace.h"
+#include "wire.h"
 
 namespace emulator {
 namespace {
@@ -123,22 +123,17 @@ void Device::_start(const json &cloud) {
     cloud_ = std::make_unique<Cloud>(cloud);
     broker_ = std::make_unique<Broker>(journal_, *cloud_, scenario_);
     const std::string kmpd = scenario_.value("kmpd", "answer");
+    const char *const order = std::getenv("CLOUD_MSG_BYTE_ORDER");  // of the program under test
+    const bool big_endian = order != nullptr && std::string_view(order) == "big";
     if (kmpd != "absent") {
-        kmpd_ = std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", false));
+        kmpd_ =
+            std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", big_endian));
     }
 
-    unlink(kRecorderPath);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::string_view(kRecorderPath).copy(address.sun_path, sizeof address.sun_path - 1);
-    recorder_fd_ = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    recorder_fd_ = bound_socket(SOCK_DGRAM | SOCK_NONBLOCK, kRecorderPath);
     // For reading and writing: with a writer of its own the pipe never reports an end.
     console_fd_ = open(kConsolePath, O_RDWR | O_CLOEXEC | O_NONBLOCK);
     stop_fd_ = eventfd(0, EFD_CLOEXEC);
-    if (bind(recorder_fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
-        console_fd_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "the device (was it entered?)");
-    }
     collector_ = std::thread([this] {
         std::array<pollfd, 3> inputs{
             {{stop_fd_, POLLIN, 0}, {console_fd_, POLLIN, 0}, {recorder_fd_, POLLIN, 0}}};

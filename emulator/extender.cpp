@@ -39,11 +39,7 @@ int _in_front(emulator::Device &device, std::vector<std::string> words) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, _hand_on);
     }
-    std::vector<char *> argv;
-    for (std::string &word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    const std::vector<char *> argv = emulator::exec_pointers(words);
     pid_t pid = 0;
     const int error = posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
     if (error != 0) {

@@ -4,9 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
-#include <cstring>
-#include <system_error>
+#include "wire.h"
 
 namespace emulator {
 namespace {
@@ -71,15 +69,7 @@ Kmpd::Kmpd(Journal &journal, KmpdReply reply, bool big_endian, std::string path)
       reply_(reply),
       big_endian_(big_endian),
       path_(std::move(path)),
-      fd_(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (bind(fd_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        const int error = errno;
-        close(fd_);
-        throw std::system_error(error, std::generic_category(), path_);
-    }
+      fd_(bound_socket(SOCK_DGRAM, path_)) {
     thread_ = std::thread([this] { _serve(); });
 }
 

@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,6 +24,8 @@
 #include <utility>
 
 #include "journal.h"
+#include "process.h"
+#include "wire.h"
 
 namespace emulator {
 namespace {
@@ -276,11 +277,7 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
 
 [[noreturn]] void _stay_outside() {
     std::vector<std::string> words = _arguments();
-    std::vector<char *> argv;
-    for (std::string &word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    std::vector<char *> argv = exec_pointers(words);
     std::string mark = std::string(kInsideMark) + "=1";
     std::vector<char *> environment;
     for (char **entry = environ; *entry != nullptr; ++entry) {
@@ -320,9 +317,7 @@ void _record_script(const std::vector<std::string> &words) {
     const std::vector<std::string> arguments(words.begin() + 3, words.end());
     const std::string text = dump({{"name", words[2]}, {"arguments", arguments}});
     const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, kRecorderPath, sizeof address.sun_path - 1);
+    const sockaddr_un address = socket_address(kRecorderPath);
     const auto sent =
         sendto(fd, text.data(), text.size(), 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
     std::_Exit(sent < 0 ? 1 : 0);

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <map>
 #include <stdexcept>
@@ -15,15 +16,6 @@
 
 namespace emulator {
 namespace {
-
-std::vector<char *> _pointers(std::vector<std::string> &texts) {
-    std::vector<char *> pointers;
-    for (std::string &text : texts) {
-        pointers.push_back(text.data());
-    }
-    pointers.push_back(nullptr);
-    return pointers;
-}
 
 std::vector<std::string> _environment(const RunOptions &options) {
     std::map<std::string, std::string> values;
@@ -35,10 +27,9 @@ std::vector<std::string> _environment(const RunOptions &options) {
     for (const auto &[name, value] : options.environment) {
         values[name] = value;
     }
-    std::vector<std::string> entries;
-    for (const auto &[name, value] : values) {
-        entries.push_back(name + "=" + value);
-    }
+    std::vector<std::string> entries(values.size());
+    std::transform(values.begin(), values.end(), entries.begin(),
+                   [](const auto &pair) { return pair.first + '=' + pair.second; });
     return entries;
 }
 
@@ -62,6 +53,13 @@ std::string _content(int fd) {
 
 }  // namespace
 
+std::vector<char *> exec_pointers(std::vector<std::string> &texts) {
+    std::vector<char *> pointers(texts.size() + 1, nullptr);
+    std::transform(texts.begin(), texts.end(), pointers.begin(),
+                   [](std::string &text) { return text.data(); });
+    return pointers;
+}
+
 Process::Process(std::vector<std::string> argv, const RunOptions &options)
     : argv_(std::move(argv)), watchdog_(options.watchdog) {
     std::vector<std::string> entries = _environment(options);
@@ -76,8 +74,8 @@ Process::Process(std::vector<std::string> argv, const RunOptions &options)
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-    const int error = posix_spawnp(&pid_, argv_.at(0).c_str(), &actions, &attributes, _pointers(argv_).data(),
-                                   _pointers(entries).data());
+    const int error = posix_spawnp(&pid_, argv_.at(0).c_str(), &actions, &attributes,
+                                   exec_pointers(argv_).data(), exec_pointers(entries).data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
     close(input);

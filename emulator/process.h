@@ -56,4 +56,7 @@ private:
     Run run_;
 };
 
+/// What the exec family takes: pointers to the texts, then null. They live as long as the texts.
+[[nodiscard]] std::vector<char *> exec_pointers(std::vector<std::string> &texts);
+
 }  // namespace emulator
