@@ -104,7 +104,7 @@ int32_t b64_decode(void *dst, int32_t dstlen, const char *src, int32_t srclen) {
         return -1;
     }
     auto *out = static_cast<uint8_t *>(dst);
-    size_t room = static_cast<size_t>(dstlen);
+    auto room = static_cast<size_t>(dstlen);
     for (size_t at = 0; at < text.size(); at += kGroupCharacters) {
         const Group group = _decode_group(text.data() + at);
         const size_t count = group.count < room ? group.count : room;
@@ -142,7 +142,7 @@ int32_t b64_encode(char *dst, int32_t dstlen, const void *src, int32_t srclen) {
     if (src == nullptr) {
         return 0;
     }
-    const size_t length = static_cast<size_t>(srclen);
+    const auto length = static_cast<size_t>(srclen);
     const size_t groups = (length + kGroupBytes - 1) / kGroupBytes;
     if (static_cast<size_t>(dstlen) < groups * kGroupCharacters + 1) {
         return -1;

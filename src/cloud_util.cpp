@@ -134,7 +134,7 @@ void cloud_replaceStrWithHtmlBR(char *src, const char *pattern, char *dst, size_
     const char *rest = src;
     const char *match = strstr(rest, pattern);
     while (match != nullptr) {
-        const size_t gap = static_cast<size_t>(match - rest);
+        const auto gap = static_cast<size_t>(match - rest);
         if (gap + kHtmlBreakLength >= size - used) {
             return;  // better no break than half of one
         }

@@ -133,12 +133,12 @@ TEST(UserConfig, CheckInfoComesFromTheIdentityFiles) {
         std::string fw, dev;
     };
     const std::string text(200, 'x');
+    const json tooLong = {{"firmware_id", text}, {"devid", text}};
     for (const Row &row :
          {Row{"complete", R"({"firmware_id":"F","hardware_id":"H","oem_id":"O","devid":"D"})", 1, "F", "D"},
           Row{"other types", R"({"firmware_id":1,"devid":5})", 1, "", ""},
           Row{"other case", R"({"Firmware_Id":"F","DEVID":"D"})", 1, "", ""},
-          Row{"too long", R"({"firmware_id":")" + text + R"(","devid":")" + text + R"("})", 1,
-              text.substr(0, 32), text.substr(0, 64)},
+          Row{"too long", tooLong.dump(), 1, text.substr(0, 32), text.substr(0, 64)},
           Row{"empty", "", 0, "", ""}, Row{"not JSON", "{", 0, "", ""}}) {
         SCOPED_TRACE(row.name);
         Device device;

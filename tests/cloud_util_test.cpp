@@ -94,7 +94,7 @@ TEST(CloudUtilBreaks, BecomeHtmlAsFarAsTheyFit) {
         const char *html;
     };
     for (const Row &row : {Row{"a\r\nb\nc", 64, "a<br/>b<br/>c"}, Row{"\n\r\r\n\n", 64, "<br/><br/><br/>"},
-                           Row{"a\\r\\nb\\nc\\rd", 64, "a<br/>b<br/>c<br/>d"},
+                           Row{R"(a\r\nb\nc\rd)", 64, "a<br/>b<br/>c<br/>d"},
                            Row{"ab\ncd\nef", 12, "ab<br/>"}, Row{"ab\ncd", 10, "ab<br/>cd"},
                            Row{"ab\ncd", 8, "ab<br/>"}, Row{"ab\ncd", 7, ""}, Row{"abcdef", 4, "abc"}}) {
         std::string out(row.size + 1, '#');
