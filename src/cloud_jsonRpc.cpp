@@ -1,6 +1,5 @@
 #include "cloud_jsonRpc.h"
 
-#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -24,7 +23,8 @@ char *_print_integer(double value) {
 
 char *_print_value(cJSON *item) {
     const double value = item->valuedouble;
-    if (cJSON_IsNumber(item) && fabs(value) <= kExactIntegerMax && value == std::trunc(value)) {
+    const bool exact = value >= -kExactIntegerMax && value <= kExactIntegerMax;
+    if (cJSON_IsNumber(item) && exact && value == static_cast<double>(static_cast<long long>(value))) {
         return _print_integer(value);
     }
     return cJSON_PrintUnformatted(item);
