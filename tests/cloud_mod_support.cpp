@@ -4,8 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -44,19 +42,14 @@ void _write_file(const char *path, const std::string &text) {
     std::ofstream(path) << text;
 }
 
-// A mount namespace with an empty /tmp, so that the library's fixed paths are the test's own.
-void _own_tmp() {
-    const uid_t user = getuid();
-    const gid_t group = getgid();
-    _must(unshare(CLONE_NEWNS | (user != 0 ? CLONE_NEWUSER : 0)) == 0, "unshare");
-    if (user != 0) {
-        _write_file("/proc/self/setgroups", "deny");
-        _write_file("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-        _write_file("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
+// cJSON's allocations are counted, and can be made to fail, as the library's own.
+class CountedJson : public testing::Environment {
+    void SetUp() override {
+        cJSON_Hooks hooks{malloc, free};
+        cJSON_InitHooks(&hooks);
     }
-    _must(mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0, "mount /");
-    _must(mount("tmpfs", "/tmp", "tmpfs", 0, nullptr) == 0, "mount /tmp");
-}
+};
+const auto *const l_counted = testing::AddGlobalTestEnvironment(new CountedJson);
 
 }  // namespace
 
@@ -329,12 +322,4 @@ std::vector<std::string> Log::lines() {
         lines.push_back((*line)[2].str() + " " + (*line)[4].str() + ": " + (*line)[6].str());
     }
     return lines;
-}
-
-int main(int argc, char **argv) {
-    _own_tmp();
-    cJSON_Hooks counted{malloc, free};
-    cJSON_InitHooks(&counted);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
 }
