@@ -15,3 +15,13 @@ cloud_test(
   cloud_mod
   PkgConfig::CJSON)
 target_link_options(cloud_mod_test PRIVATE -Wl,--wrap=malloc,--wrap=calloc,--wrap=free,--wrap=access)
+
+if(TARGET kxcc)
+  string(TOUPPER "CMAKE_C_FLAGS_${CMAKE_BUILD_TYPE}" flags)
+  add_test(NAME kxcc.install COMMAND ${CMAKE_CURRENT_LIST_DIR}/cloud_mod_install.sh ${PROJECT_SOURCE_DIR}
+                                     ${PROJECT_BINARY_DIR})
+  set_tests_properties(
+    kxcc.install
+    PROPERTIES LABELS library TIMEOUT 600 ENVIRONMENT
+               "CC=${CMAKE_C_COMPILER};CXX=${CMAKE_CXX_COMPILER};CFLAGS=${CMAKE_C_FLAGS} ${${flags}}")
+endif()

@@ -1,0 +1,91 @@
+#!/bin/sh
+# The client library as its users meet it: installs it, looks at what came, builds the examples with
+# pkg-config alone and with the CMake package, and runs them in the emulated device.
+# usage: cloud_mod_install.sh SOURCE BUILD; CC, CXX and CFLAGS as the build has them
+set -eu
+source=$1
+build=$2
+stage=$build/tests/kxcc-stage
+work=$build/tests/kxcc-work
+rm -rf "$stage" "$work"
+mkdir -p "$work"
+
+fail() {
+    echo "$*" >&2
+    exit 1
+}
+
+for component in libkxcc libkxcc-dev; do
+    cmake --install "$build" --prefix "$stage" --component $component >"$work/install.log"
+done
+pc=$(find "$stage" -name kxcc.pc)
+lib=$(dirname "$(dirname "$pc")")
+export PKG_CONFIG_PATH="${pc%/*}" LD_LIBRARY_PATH="$lib"
+
+# What the shared library shows, and what it needs.
+nm -D --defined-only "$lib/libkxcc.so" | awk '$2 == "T" { print $3 }' >"$work/shown"
+sed -n 's/.*KXCC_API .* \**\(kxcc_[a-z0-9_]*\)(.*/\1@@KXCC_1/p' "$stage/include/kxcc/kxcc.h" | LC_ALL=C sort >"$work/declared"
+[ "$(wc -l <"$work/declared")" -eq 8 ] || fail "the header does not declare 8 calls"
+cmp "$work/shown" "$work/declared" || fail "shown and declared calls differ"
+readelf -d "$lib/libkxcc.so" >"$work/dynamic"
+grep -q 'SONAME.*\[libkxcc\.so\.1\]' "$work/dynamic" || fail "wrong SONAME"
+if grep -E 'libstdc|RPATH|RUNPATH' "$work/dynamic"; then
+    fail "the library needs what it must not"
+fi
+
+# The header alone, strictly.
+echo '#include <kxcc.h>' | tee "$work/header.c" >"$work/header.cpp"
+cflags=$(pkg-config --cflags kxcc)
+$CC -std=c99 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/header.c"
+$CXX -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/header.cpp"
+
+# Each example as C and as C++, one of them written in C++, and one against the static library.
+build_with_pkg_config() {
+    $1 $CFLAGS -Wall -Wextra -Werror -o "$work/$3" $2 $(pkg-config --cflags --libs kxcc)
+}
+for name in synchronous callback service; do
+    build_with_pkg_config "$CC" "$source/examples/$name.c" $name
+    build_with_pkg_config "$CXX" "-x c++ $source/examples/$name.c -x none" $name-as-cpp
+done
+build_with_pkg_config "$CXX" "$source/examples/synchronous.cpp" synchronous-cpp
+$CC $CFLAGS -o "$work/synchronous-static" "$source/examples/synchronous.c" $cflags \
+    $(pkg-config --static --libs kxcc | sed 's/-lkxcc/-l:libkxcc.a/')
+if readelf -d "$work/synchronous-static" | grep kxcc; then
+    fail "not linked with the static library"
+fi
+
+# The CMake package.
+cat >"$work/CMakeLists.txt" <<END
+cmake_minimum_required(VERSION 3.16)
+project(user LANGUAGES C)
+find_package(kxcc 1.0 REQUIRED)
+foreach(kind kxcc static)
+  add_executable(user_\${kind} $source/examples/callback.c)
+  target_link_libraries(user_\${kind} PRIVATE kxcc::\${kind})
+endforeach()
+END
+cmake -S "$work" -B "$work/user" "-DCMAKE_PREFIX_PATH=$stage" "-DCMAKE_C_FLAGS=$CFLAGS" "-DCMAKE_C_COMPILER=$CC" >"$work/cmake.log"
+cmake --build "$work/user" >>"$work/cmake.log" || fail "$(cat "$work/cmake.log")"
+
+# All of them on the device.
+extender=$build/extender
+if [ ! -x "$extender" ]; then
+    echo "no emulated device here: the examples were built, not run"
+    exit 0
+fi
+for name in synchronous synchronous-cpp synchronous-static callback callback-as-cpp user/user_kxcc user/user_static; do
+    "$extender" run --journal "$work/journal" -- "$work/$name" '{"method":"myTestConnection"}' >"$work/out"
+    grep -q '"error_code":-20103' "$work/out" || fail "$name printed: $(cat "$work/out")"
+done
+
+# The service greets, hears the cloud's answer, and answers what is pushed to it.
+cat >"$work/scenario" <<'END'
+{"rules": [{"on": 32, "do": {"then": ["ask_hello"]}},
+           {"on": 129, "do": {"then": ["deliver_hello", {"push": "{\"method\":\"reboot\"}"}]}}]}
+END
+for name in service service-as-cpp; do
+    "$extender" run --scenario "$work/scenario" --journal "$work/journal" -- "$work/$name" 1 >"$work/out"
+    printf 'registered\ngreeted: error 0, status 1\nrequest: {"method":"reboot"}\n' | cmp - "$work/out" ||
+        fail "$name printed: $(cat "$work/out")"
+    grep '"type":113' "$work/journal" | grep -q '{\\"errorcode\\":0,\\"response\\":' || fail "no response: $(cat "$work/journal")"
+done
