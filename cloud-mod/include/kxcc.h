@@ -6,7 +6,8 @@
  * 255) and SIGPIPE (leave the broker; the next call connects anew).
  *
  * Threads: all calls belong to one thread of the program. Callbacks, handlers and hooks run in
- * threads of the library. */
+ * threads of the library and must not call it. Leaving the broker waits until each request with a
+ * callback has its answer or time-out. */
 #ifndef KXCC_H
 #define KXCC_H
 
@@ -41,10 +42,12 @@ enum kxcc_result {
  * the library's and goes when the callback returns. */
 typedef void (*kxcc_callback)(int32_t id, const char *text);
 
-/* Submits a request in account mode and returns at once.
- * request: JSON-RPC text; timeout: milliseconds, negative means 5000; flag: passed on to the broker;
- * callback: receives the answer, or null when the caller polls with kxcc_get_response.
- * Returns the request id (positive), a code, or the broker's own error code. */
+/* Submits a request in account mode and returns once the broker has accepted it.
+ * request: JSON-RPC text, copied; timeout: milliseconds, negative means 5000; flag: passed on to the
+ * broker; callback: receives the answer, or null when the caller polls with kxcc_get_response.
+ * Returns the request id (positive), the broker's own error code, KXCC_ERROR_GENERAL (no memory, a
+ * null request, or 20 requests with a callback are pending), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE or
+ * KXCC_ERROR_REPLY. */
 KXCC_API int32_t kxcc_send_request_async(const char *request, int32_t timeout, int32_t flag,
                                          kxcc_callback callback);
 
@@ -52,22 +55,30 @@ KXCC_API int32_t kxcc_send_request_async(const char *request, int32_t timeout, i
 KXCC_API int32_t kxcc_send_request_async_noaccount(const char *request, int32_t timeout, int32_t flag,
                                                    kxcc_callback callback);
 
-/* Asks once for the answer of a submitted request. On 0, *text is a heap text that the caller
- * releases with free(). KXCC_ERROR_PENDING: ask again later. */
+/* Asks once for the answer of a submitted request. text must not be null. On 0, *text is a heap text
+ * that the caller releases with free(); it is not changed on failure, but may become null.
+ * Returns 0, KXCC_ERROR_PENDING (ask again later), KXCC_ERROR_PARAMETER (id not positive, or nothing
+ * submitted yet), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a
+ * reply of the wrong type, or no memory). */
 KXCC_API int32_t kxcc_get_response(int32_t id, char **text);
 
-/* Submits a request in account mode and waits for its answer, polling every 500 ms.
- * Arguments as for kxcc_send_request_async; on 0, *text is a heap text that the caller releases with
- * free(). KXCC_ERROR_TIMEOUT once `timeout` milliseconds have passed. */
+/* Submits a request in account mode and waits for its answer, polling every 500 ms. A poll that fails
+ * counts as "not yet". Arguments as for kxcc_send_request_async; on 0, *text is a heap text that the
+ * caller releases with free().
+ * Returns 0, KXCC_ERROR_TIMEOUT once `timeout` milliseconds have passed, or what the submit returned
+ * when that was negative. */
 KXCC_API int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text);
 
-/* Tells the broker of an event. Returns the broker's error code (0: accepted) or a code. */
+/* Tells the broker of an event (3: reconnect, 10: account mode, 11: no-account mode). Returns the
+ * broker's error code (0: accepted), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or
+ * KXCC_ERROR_GENERAL (a damaged reply). */
 KXCC_API int32_t kxcc_notify_cloud_brd(int32_t event);
 
-/* The broker's link to the cloud (2: connected, 4: reconnecting), its error code, or a code. */
+/* The broker's link to the cloud (2: connected, 4: reconnecting), or a code as of
+ * kxcc_notify_cloud_brd. */
 KXCC_API int32_t kxcc_get_link_status(void);
 
-/* The broker's mode (1: account mode), its error code, or a code. */
+/* The broker's mode (1: account mode, any other: no-account mode), or a code as above. */
 KXCC_API int32_t kxcc_get_logic_status(void);
 
 /* Answers a request that the cloud sends to the device. *response: a heap text (malloc) that the
