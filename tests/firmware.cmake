@@ -1,6 +1,6 @@
 add_library(firmware_support STATIC firmware_support.cpp)
 target_link_libraries(firmware_support PUBLIC emulator GTest::gmock PRIVATE cloud_warnings)
-foreach(name check download unit update)
+foreach(name check download nginx unit update)
   cloud_test(
     firmware_${name}_test NAMESPACE
     SOURCES firmware_${name}_test.cpp
