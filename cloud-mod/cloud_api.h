@@ -40,7 +40,8 @@ struct CloudApi {
 
 /// The instance, null when there is none. cloud_api_init() does not set it, its callers do;
 /// cloud_api_destroy() resets it. Atomic because a signal handler changes it under a running call.
-extern std::atomic<CloudApi *> cloudApi;
+extern constinit std::atomic<CloudApi *>
+    cloudApi;  // NOLINT(bugprone-dynamic-static-initializers): a declaration
 
 /// Returns `cloudApi` when it is set; else makes an instance: connects, waits for the broker's
 /// consent, installs the signal handlers and registers cloud_api_destroy() with atexit().

@@ -17,7 +17,7 @@ void _add_signals(sigset_t *set) {
 
 }  // namespace
 
-SignalsBlocked::SignalsBlocked() : before_{} {
+SignalsBlocked::SignalsBlocked() {
     sigset_t set;
     _add_signals(&set);
     pthread_sigmask(SIG_BLOCK, &set, &before_);

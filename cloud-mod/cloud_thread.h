@@ -22,7 +22,7 @@ public:
     ~SignalsBlocked();
 
 private:
-    sigset_t before_;
+    sigset_t before_{};
 };
 
 /// A thread from its start until it is joined; all zero when there is none. Belongs to the thread

@@ -15,7 +15,6 @@
 #include "cloud_mod_support.h"
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsSupersetOf;
 
 namespace {

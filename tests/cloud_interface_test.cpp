@@ -160,7 +160,7 @@ TEST(InterfaceSends, ItsMessages) {
     Broker broker([](const Received &message) {
         return frame(message.type + 1, R"({"errorcode":0,"id":5,"status":1,"response":"x"})");
     });
-    kxcc_send_request_async("{\"method\":\"m\\\\\"}", -1, 3, nullptr);
+    kxcc_send_request_async(R"({"method":"m\\"})", -1, 3, nullptr);
     kxcc_send_request_async_noaccount("", 0, INT_MIN, nullptr);
     char *text = nullptr;
     EXPECT_EQ(kxcc_get_response(INT_MAX, &text), 0);

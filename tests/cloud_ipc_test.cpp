@@ -17,7 +17,6 @@
 #include "cloud_owner.h"
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::MatchesRegex;
 
 namespace {

@@ -300,9 +300,12 @@ TEST(RegisterDispatch, ReportsWhatCannotBeHad) {
     const UniqueFd library(fds[0]);
     const UniqueFd peer(fds[1]);
     Log log(1);
-    for (const auto &[type, body] :
-         {std::pair{128U, ""}, {112U, R"({"request":"ping"})"}, {34U, kHelloAnswer}}) {
-        with_each_allocation_failing([&] { register_handle_dispatch(library.get(), type, body); });
+    for (const Received &message :
+         {Received{0, 128, ""}, {0, 112, R"({"request":"ping"})"}, {0, 34, kHelloAnswer}}) {
+        with_each_allocation_failing([&] {
+            register_handle_dispatch(library.get(), static_cast<uint32_t>(message.type),
+                                     message.body.c_str());
+        });
     }
     std::vector<std::string> expected;
     for (const char *text : {"fail to get the request string of hellocloud", "fail to create json object",

@@ -37,17 +37,17 @@ void cloud_log_write(LogLevel level, const char *unit, int line, const char *fun
     HeapText whole;
     va_list arguments;
     va_start(arguments, format);
-    va_list again;
-    va_copy(again, arguments);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see the line above
     const int size = vsnprintf(usual.data(), usual.size(), format, arguments);
+    va_end(arguments);
     if (size >= static_cast<int>(usual.size())) {
         whole.reset(static_cast<char *>(malloc(static_cast<size_t>(size) + 1)));
         if (whole != nullptr) {
-            vsnprintf(whole.get(), static_cast<size_t>(size) + 1, format, again);
+            va_start(arguments, format);
+            vsnprintf(whole.get(), static_cast<size_t>(size) + 1, format, arguments);
+            va_end(arguments);
         }
     }
-    va_end(again);
-    va_end(arguments);
 
     const HeapText stamp(cloud_time_string());
     printf("%s | %5s | pid:%d | %s:%d | %s | - %s\n", stamp != nullptr ? stamp.get() : "",
