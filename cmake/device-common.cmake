@@ -22,7 +22,10 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_C_FLAGS_INIT "${DEVICE_FLAGS}")
 set(CMAKE_CXX_FLAGS_INIT "${DEVICE_FLAGS}")
 # The warning: a length that GCC cannot follow through mbedTLS once it optimises across it.
-set(CMAKE_EXE_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS} -Wno-stringop-overflow")
+# Sections per function here too: that is where link-time optimisation makes the code.
+set(DEVICE_EXTRA_LINK "" CACHE STRING "More flags for linking programs")
+set(CMAKE_EXE_LINKER_FLAGS_INIT
+    "${DEVICE_LINK_FLAGS} -ffunction-sections -fdata-sections -Wno-stringop-overflow ${DEVICE_EXTRA_LINK}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS}")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
@@ -33,5 +36,6 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 set(CMAKE_PREFIX_PATH /)
-set(ENV{PKG_CONFIG_LIBDIR} ${DEVICE_SYSROOT}/lib/pkgconfig:${DEVICE_SYSROOT}/reference/lib/pkgconfig)
+set(DEVICE_PKG_CONFIG "" CACHE PATH "Folder whose .pc files take precedence")
+set(ENV{PKG_CONFIG_LIBDIR} ${DEVICE_PKG_CONFIG}:${DEVICE_SYSROOT}/lib/pkgconfig:${DEVICE_SYSROOT}/reference/lib/pkgconfig)
 set(ENV{PKG_CONFIG_PATH} "")
