@@ -11,12 +11,15 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "demo.h"
 #include "device.h"
+#include "firmware.h"
+#include "image_server.h"
 #include "namespace.h"
 
 namespace {
@@ -24,6 +27,9 @@ namespace {
 using emulator::json;
 
 constexpr int kNoCommand = 127;
+constexpr int kRestarted = -1;
+constexpr size_t kImageBytes = 4000000;
+constexpr std::chrono::milliseconds kLookEvery{50};
 constexpr std::chrono::seconds kLastScripts{2};  // that a command may have left in the background
 
 std::atomic<pid_t> g_command{0};
@@ -47,16 +53,32 @@ int _in_front(emulator::Device &device, std::vector<std::string> words) {
         return kNoCommand;
     }
     g_command = pid;
+    // A device that restarts takes what runs in front with it.
+    std::thread power([pid] {
+        while (g_command == pid && !emulator::Device::restart_due()) {
+            std::this_thread::sleep_for(kLookEvery);
+        }
+        if (g_command == pid) {
+            kill(pid, SIGKILL);
+        }
+    });
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     g_command = 0;
+    power.join();
     if (WIFEXITED(status)) {
         device.settle(kLastScripts);
     }
     const int code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     device.journal().add("run", {{"argv", words}, {"status", code}});
-    return code;
+    if (!emulator::Device::restart_due()) {
+        return code;
+    }
+    device.restart();
+    emulator::put_status_file();
+    std::cout << "\nThe device has restarted. It runs " << std::ifstream("/tmp/softinfo").rdbuf();
+    return kRestarted;
 }
 
 int _shell(emulator::Device &device) {
@@ -64,6 +86,7 @@ int _shell(emulator::Device &device) {
                  "  cloud_msg bind alice@example.com \"$(cloud_rsa encrypt Secret-1)\"\n"
                  "  cloud_msg getBindStatus; cloud_store dump; ls /tmp; cat /tmp/cloud.error\n"
                  "  cloud_msg passthrough getWeather \"$(echo '{}' | base64)\"; cloud_msg -h\n"
+                 "  cloud_msg check; cloud_msg download & extender progress; cloud_msg update\n"
                  "Other accounts: bob@example.com Secret-2, carol@example.com Secret-3. Leave with exit.\n";
     std::cout.flush();
     setenv("PS1", "extender:\\w# ", 1);
@@ -71,7 +94,20 @@ int _shell(emulator::Device &device) {
     if (isatty(STDIN_FILENO) != 0) {
         words.emplace_back("-i");
     }
-    return _in_front(device, words);
+    int code = kRestarted;
+    while (code == kRestarted) {
+        code = _in_front(device, words);
+    }
+    return code;
+}
+
+// Shows the firmware's state until it has come to an end; inside a device.
+int _progress() {
+    const emulator::ProgressBar bar(std::cout);
+    while (!emulator::is_final(emulator::firmware_status())) {
+        std::this_thread::sleep_for(kLookEvery);
+    }
+    return 0;
 }
 
 json _read_json(const std::string &path) {
@@ -94,6 +130,8 @@ int main(int argc, char **argv) try {
     CLI::App *run = app.add_subcommand("run", "Run a command on the device; exits with its status.");
     CLI::App *shell = app.add_subcommand("shell", "An interactive shell on the device.");
     CLI::App *demo = app.add_subcommand("demo", "Plays the life of a device, step by step.");
+    const CLI::App *progress =
+        app.add_subcommand("progress", "Shows a firmware command's progress; in the shell of a device.");
     for (CLI::App *each : {run, shell, demo}) {
         each->add_option("--journal", journal_path, "File that gets a JSON line for everything that happens");
     }
@@ -107,6 +145,9 @@ int main(int argc, char **argv) try {
     }
     run->add_option("command", command, "The command, after --")->required();
     CLI11_PARSE(app, argc, argv);
+    if (progress->parsed()) {
+        return _progress();
+    }
 
     // Files of the host: read and opened while its /tmp is still in sight.
     const json scenario = _read_json(scenario_path);
@@ -125,7 +166,13 @@ int main(int argc, char **argv) try {
         status = emulator::play_demo(sink);
     } else {
         emulator::Device device(scenario, cloud, sink);
-        status = shell->parsed() ? _shell(device) : _in_front(device, command);
+        emulator::ImageServer server(device.journal());
+        if (!cloud.contains("firmware")) {
+            emulator::offer_firmware(device, server, emulator::kNewVersion, kImageBytes);
+            server.set_rules(json::parse(R"([{"method":"GET","do":{"trickle":{"bytes":20000,"ms":20}}}])"));
+        }
+        emulator::put_status_file();
+        status = shell->parsed() ? _shell(device) : std::max(_in_front(device, command), 0);
     }
     if (sink != nullptr) {
         std::fclose(sink);

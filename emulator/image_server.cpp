@@ -98,6 +98,14 @@ struct ImageServer::Request {
     std::string range;
 };
 
+struct ImageServer::Response {
+    Content content;  // keeps the body
+    int status = kOk;
+    std::string header;  // lines of it
+    std::string_view body;
+    bool close = false;
+};
+
 // One client: plain or TLS.
 class ImageServer::Connection {
 public:
@@ -271,65 +279,80 @@ ImageServer::Content ImageServer::_content(const std::string &path) {
     return found == contents_.end() ? nullptr : found->second;
 }
 
-// Returns whether the connection can take another request.
-bool ImageServer::_answer(Connection &connection, const Request &request) {
-    const json faults = _faults(request);
-    const Content content = _content(request.path);
+// Status, headers and body, as the rule wants them.
+ImageServer::Response ImageServer::_make_response(const Request &request, const json &faults) {
+    Response response;
+    response.content = _content(request.path);
     const auto range = faults.value("ranges", true) ? _parse_range(request.range) : std::nullopt;
-    int status = faults.value("status", content == nullptr ? kNotFound : range ? kPartial : kOk);
-    std::string_view body = "told to fail\n";
-    std::string header;
-    if (status == kOk || status == kPartial) {
-        body = content == nullptr ? std::string_view{} : std::string_view(*content);
-    }
-    if (status == kPartial && range->from >= body.size()) {
-        status = kBadRange;
-        header = "Content-Range: bytes */" + std::to_string(body.size()) + "\r\n";
-        body = {};
-    } else if (status == kPartial) {
-        const size_t last = std::min(range->to, body.size() - 1);
+    const bool there = response.content != nullptr;
+    response.status = faults.value("status", !there ? kNotFound : range ? kPartial : kOk);
+    response.body = there && response.status < 300 ? std::string_view(*response.content) : "told to fail\n";
+    std::string &header = response.header;
+    const size_t size = response.body.size();
+    if (response.status == kPartial && range->from >= size) {
+        response.status = kBadRange;
+        response.body = {};
+        header = "Content-Range: bytes */" + std::to_string(size) + "\r\n";
+    } else if (response.status == kPartial) {
+        const size_t last = std::min(range->to, size - 1);
+        response.body = response.body.substr(range->from, last - range->from + 1);
         header = "Content-Range: bytes " + std::to_string(range->from) + "-" + std::to_string(last) + "/" +
-                 std::to_string(body.size()) + "\r\n";
-        body = body.substr(range->from, last - range->from + 1);
+                 std::to_string(size) + "\r\n";
     }
     if (faults.contains("location")) {
         header += "Location: " + faults.at("location").get<std::string>() + "\r\n";
     }
-    const json length = faults.contains("length") ? faults.at("length") : json(body.size());
+    const json length = faults.contains("length") ? faults.at("length") : json(response.body.size());
     if (!length.is_null()) {
         header += "Content-Length: " + dump(length) + "\r\n";
     }
-    bool open = !faults.contains("length");
-    header += open ? "" : "Connection: close\r\n";
-    open = connection.write("HTTP/1.1 " + std::to_string(status) + " " + _reason(status) + "\r\n" + header +
-                            "\r\n") &&
-           open;
-    if (request.method == "HEAD") {
-        body = {};
+    response.close = faults.contains("length");
+    if (response.close) {
+        header += "Connection: close\r\n";
     }
+    if (request.method == "HEAD") {
+        response.body = {};
+    }
+    return response;
+}
 
-    const size_t drop_after = faults.value("drop_after", kNever);
+// Sends a body in the way that the rule wants. @return bytes that went out.
+size_t ImageServer::_send_body(Connection &connection, std::string_view body, const json &faults) {
     const size_t stall_after = faults.value("stall_after", kNever);
     const json trickle = faults.value("trickle", json{{"bytes", kPieceBytes}, {"ms", 0}});
-    const std::string_view all = body.substr(0, std::min(drop_after, stall_after));
+    const size_t piece_bytes = trickle.at("bytes");
+    const int rest_ms = trickle.at("ms");
+    const std::string_view all = body.substr(0, std::min(stall_after, faults.value("drop_after", kNever)));
     size_t sent = 0;
-    bool going = true;
-    while (going && sent < all.size()) {
-        const std::string_view piece = all.substr(sent, trickle.at("bytes").get<size_t>());
-        going = connection.write(piece);
-        sent += going ? piece.size() : 0;
-        const int pause_ms = trickle.at("ms");
-        going = going && (pause_ms == 0 || connection.rest(pause_ms));
+    while (sent < all.size()) {
+        const std::string_view piece = all.substr(sent, piece_bytes);
+        if (!connection.write(piece)) {
+            return sent;
+        }
+        sent += piece.size();
+        if (rest_ms > 0 && !connection.rest(rest_ms)) {
+            return sent;
+        }
     }
-    if (going && stall_after < body.size()) {
+    if (stall_after < body.size()) {
         static_cast<void>(connection.rest(-1));
     }
+    return sent;
+}
+
+// Returns whether the connection can take another request.
+bool ImageServer::_answer(Connection &connection, const Request &request) {
+    const json faults = _faults(request);
+    const Response response = _make_response(request, faults);
+    const bool open = connection.write("HTTP/1.1 " + std::to_string(response.status) + " " +
+                                       _reason(response.status) + "\r\n" + response.header + "\r\n");
+    const size_t sent = open ? _send_body(connection, response.body, faults) : 0;
     journal_.add("http", {{"method", request.method},
                           {"path", request.path},
                           {"range", request.range},
-                          {"status", status},
+                          {"status", response.status},
                           {"sent", sent}});
-    return open && going && sent == body.size();
+    return open && !response.close && sent == response.body.size();
 }
 
 }  // namespace emulator

@@ -24,6 +24,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 #include "journal.h"
 
@@ -57,12 +58,15 @@ public:
 private:
     struct Rule;
     struct Request;
+    struct Response;
     class Connection;
     using Content = std::shared_ptr<const std::string>;
 
     void _accept_loop();
     void _serve(int fd);
     [[nodiscard]] bool _answer(Connection &connection, const Request &request);
+    [[nodiscard]] Response _make_response(const Request &request, const json &faults);
+    [[nodiscard]] static size_t _send_body(Connection &connection, std::string_view body, const json &faults);
     [[nodiscard]] json _faults(const Request &request);
     [[nodiscard]] Content _content(const std::string &path);
 

@@ -1,0 +1,30 @@
+// One step of the demo: a command typed on the device, shown with what happens, and checked.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "device.h"
+#include "image_server.h"
+
+namespace emulator {
+
+// One command typed on the device, and what must come of it.
+struct Step {
+    std::string title;              // of a chapter; empty: the chapter goes on
+    std::vector<std::string> argv;  // words "rsa:TEXT" and "b64:TEXT" stand for TEXT encrypted or encoded
+    std::string printed;            // the exact output; "~TEXT": an output that holds TEXT
+    std::vector<json> happened;     // each: members of a journal record that must be among the step's
+    std::function<void(Device &)> before = {};
+    std::function<Run(Device &, const std::vector<std::string> &)> how = {};  // to run it; empty: to its end
+};
+
+/// Plays a step on standard output. @return whether all was as expected; what was not is shown.
+[[nodiscard]] bool play_step(Device &device, const Step &step);
+
+/// The chapter on firmware: the way from one version to the next, an interrupted download and a damaged
+/// image included. The steps use the server, which must outlive them.
+[[nodiscard]] std::vector<Step> firmware_steps(ImageServer &server);
+
+}  // namespace emulator

@@ -1,0 +1,50 @@
+// Firmware for the emulated device: what the cloud offers, and the status file with its progress bar.
+#pragma once
+
+#include <atomic>
+#include <iosfwd>
+#include <string>
+#include <thread>
+
+#include "device.h"
+#include "image_server.h"
+
+namespace emulator {
+
+inline constexpr const char *kStatusPath = "/tmp/cloud.info";
+inline constexpr const char *kNewVersion = "1.0.7 Build 20210611 Rel.51820";
+
+/// Makes an image of a version (by `cloud_image`), puts it on the server and has the cloud offer it as
+/// its only firmware.
+/// @throws std::runtime_error  the image cannot be made.
+void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payload_bytes);
+
+/// Makes the status file as the web interface does.
+void put_status_file();
+
+/// Shows the status file as a bar, redrawn as it changes, from a thread of its own until it is destroyed.
+/// Where the output is no terminal, a line for each state and each tenth instead.
+class ProgressBar {
+public:
+    explicit ProgressBar(std::ostream &out);
+    ~ProgressBar();
+    ProgressBar(const ProgressBar &) = delete;
+    ProgressBar &operator=(const ProgressBar &) = delete;
+
+private:
+    void _show();
+
+    std::ostream &out_;
+    const bool terminal_;
+    std::string last_;
+    std::atomic<bool> ended_{false};
+    std::thread drawer_;
+};
+
+/// The state in the status file: "fw_status", or -1 when there is none.
+[[nodiscard]] int firmware_status();
+
+/// Whether a state ends a command.
+[[nodiscard]] bool is_final(int fw_status);
+
+}  // namespace emulator
