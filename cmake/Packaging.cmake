@@ -1,0 +1,68 @@
+# Debian packages for a development host: `cpack -G DEB` in the build folder makes
+#   cloud-msg    the program, the emulated device and the reference platform, to try it and to test against
+#   libkxcc1, libkxcc-dev   the client library
+# A device is not packaged here: packaging/ has what OpenWrt, Buildroot and Yocto want.
+if(NOT CLOUD_HOST_TOOLS OR NOT CLOUD_REFERENCE)
+  return()
+endif()
+
+# The platform's libraries have names that belong to a device: on a host they stay out of the
+# linker's way, in a folder of their own.
+set(PLATFORM_DIR ${CMAKE_INSTALL_LIBDIR}/cloud-msg)
+file(RELATIVE_PATH PLATFORM_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_PREFIX}/${PLATFORM_DIR})
+set_target_properties(cloud_msg cloud_store cloud_rsa cloud_image PROPERTIES INSTALL_RPATH "$ORIGIN/${PLATFORM_FROM_BIN}")
+install(TARGETS wrapper rsa LIBRARY DESTINATION ${PLATFORM_DIR})
+install(TARGETS cloud_store cloud_rsa cloud_image extender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME cloud-msg)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGE_CONTACT "cloud_msg maintainers <cloud_msg@example.org>")
+set(CPACK_PACKAGE_HOMEPAGE_URL "https://example.org/cloud_msg")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+set(CPACK_COMPONENTS_ALL cloud-msg)
+if(TARGET kxcc)
+  list(APPEND CPACK_COMPONENTS_ALL libkxcc libkxcc-dev)
+endif()
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# Compresses what Debian wants compressed.
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/PackagingCompress.cmake)
+
+set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_NAME cloud-msg)
+set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_SECTION devel)
+# Opened when it is needed, so no tool sees it.
+set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_DEPENDS libcurl4)
+set(CPACK_COMPONENT_CLOUD-MSG_DESCRIPTION "The command does one cloud operation for the device and prints its result.
+With it come a device to run it on (own /tmp, console, scripts, broker and
+cloud) and reference versions of its configuration store and RSA.")
+
+set(CPACK_DEBIAN_LIBKXCC_PACKAGE_NAME libkxcc1)
+set(CPACK_DEBIAN_LIBKXCC_PACKAGE_SECTION libs)
+set(CPACK_COMPONENT_LIBKXCC_DESCRIPTION "Client library of the device's cloud broker: submits requests to the cloud
+through the local broker and polls or is called back for the answers.")
+set(CPACK_DEBIAN_LIBKXCC_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/debian/libkxcc1/shlibs
+                                               ${PROJECT_SOURCE_DIR}/packaging/debian/libkxcc1/triggers)
+
+set(CPACK_DEBIAN_LIBKXCC-DEV_PACKAGE_NAME libkxcc-dev)
+set(CPACK_DEBIAN_LIBKXCC-DEV_PACKAGE_SECTION libdevel)
+set(CPACK_DEBIAN_LIBKXCC-DEV_PACKAGE_DEPENDS "libkxcc1 (= ${PROJECT_VERSION}), libcjson-dev")
+set(CPACK_DEBIAN_LIBKXCC-DEV_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_COMPONENT_LIBKXCC-DEV_DESCRIPTION "Development files of the client library of the device's cloud broker:
+header, static library, pkg-config and CMake files, manual page.")
+
+install(FILES ${PROJECT_SOURCE_DIR}/man/cloud_msg.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+
+# What Debian expects of every package: its licence note and changelog.
+foreach(package cloud-msg:cloud-msg libkxcc:libkxcc1 libkxcc-dev:libkxcc-dev)
+  string(REGEX MATCH "^(.*):(.*)$" unused ${package})
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright ${PROJECT_SOURCE_DIR}/packaging/debian/changelog
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CMAKE_MATCH_2} COMPONENT ${CMAKE_MATCH_1} EXCLUDE_FROM_ALL)
+endforeach()
+include(CPack)

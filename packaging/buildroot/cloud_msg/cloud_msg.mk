@@ -1,0 +1,35 @@
+################################################################################
+#
+# cloud_msg
+#
+################################################################################
+
+CLOUD_MSG_VERSION = 1.0.0
+CLOUD_MSG_SITE = https://example.org/cloud_msg/releases
+CLOUD_MSG_SOURCE = cloud_msg-$(CLOUD_MSG_VERSION).tar.gz
+# No licence has been granted yet.
+CLOUD_MSG_LICENSE = PROPRIETARY
+CLOUD_MSG_REDISTRIBUTE = NO
+CLOUD_MSG_INSTALL_STAGING = YES
+CLOUD_MSG_DEPENDENCIES = host-pkgconf cjson libcurl
+CLOUD_MSG_CONF_OPTS = \
+	-DCLOUD_HOST_TOOLS=OFF \
+	-DCLOUD_TESTS=OFF \
+	-DCLOUD_LIBRARY=ON \
+	-DCLOUD_CURL=dlopen \
+	-DCLOUD_CA_FILE=/etc/ssl/certs/ca-certificates.crt
+
+ifeq ($(BR2_PACKAGE_CLOUD_MSG_REFERENCE),y)
+CLOUD_MSG_DEPENDENCIES += mbedtls sqlite
+CLOUD_MSG_CONF_OPTS += -DCLOUD_REFERENCE=ON
+
+define CLOUD_MSG_INSTALL_REFERENCE
+	$(INSTALL) -D -m 0755 $(@D)/libwrapper.so $(TARGET_DIR)/usr/lib/libwrapper.so
+	$(INSTALL) -D -m 0755 $(@D)/librsa.so $(TARGET_DIR)/usr/lib/librsa.so
+endef
+CLOUD_MSG_POST_INSTALL_TARGET_HOOKS += CLOUD_MSG_INSTALL_REFERENCE
+else
+CLOUD_MSG_CONF_OPTS += -DCLOUD_REFERENCE=OFF
+endif
+
+$(eval $(cmake-package))
