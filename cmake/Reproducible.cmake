@@ -1,5 +1,10 @@
-# The date and time in the log's prefixes follow SOURCE_DATE_EPOCH, where it is set, so that two
-# builds of one commit are the same program. GCC would see to it by itself, clang 14 does not.
+# Two builds of one commit are the same program, wherever and whenever they are made.
+
+# Programs find the libraries of their build folder relative to themselves.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+
+# The date and time in the log's prefixes follow SOURCE_DATE_EPOCH, where it is set.
+# GCC would see to it by itself, clang 14 does not.
 # Read when CMake configures; everything gets them through cloud_device_flags.
 if(DEFINED ENV{SOURCE_DATE_EPOCH})
   # string(TIMESTAMP) takes that moment in the place of now. As __DATE__ and __TIME__ write it.
