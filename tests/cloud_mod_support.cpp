@@ -323,3 +323,13 @@ std::vector<std::string> Log::lines() {
     }
     return lines;
 }
+
+std::string Log::of(const std::string &unit) {
+    std::string messages;
+    for (const std::string &line : lines()) {
+        if (const size_t at = line.find(' ' + unit + ": "); at != std::string::npos) {
+            messages += (messages.empty() ? "" : " / ") + line.substr(at + unit.size() + 3);
+        }
+    }
+    return messages;
+}

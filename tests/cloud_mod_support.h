@@ -81,6 +81,8 @@ public:
     std::string raw();  ///< ends the capture
     /// Ends the capture. Each line as "error cloud_api: message".
     std::vector<std::string> lines();
+    /// Ends the capture. The messages of one source unit, separated by " / ".
+    std::string of(const std::string &unit);
 
 private:
     std::string path_;
