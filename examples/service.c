@@ -2,13 +2,17 @@
  *
  *     service [COUNT]
  *
- * Ends after COUNT requests (default: never; SIGTERM ends it with status 255). */
+ * Ends after COUNT requests (default: never; SIGTERM ends it with status 255). When the broker is
+ * started anew, it registers again. */
 #include <inttypes.h>
 #include <kxcc.h>
 #include <semaphore.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <time.h>
+
+enum { kCheckSeconds = 10 };
 
 static sem_t handled;
 
@@ -45,22 +49,38 @@ static void on_hello_response(const kxcc_hello_result *result) {
     printf("greeted: error %" PRId32 ", status %" PRId32 "\n", result->errorCode, result->status);
 }
 
+static int32_t register_service(void) {
+    static const kxcc_hello_hooks hooks = {on_hello_request, on_hello_response};
+    const int32_t result = kxcc_register_callback_v2(on_request, &hooks);
+    if (result != KXCC_OK) {
+        fprintf(stderr, "not registered: %" PRId32 "\n", result);
+    } else {
+        puts("registered");
+    }
+    return result;
+}
+
+/* Was a request handled before the next look at the broker is due? */
+static int wait_for_request(void) {
+    struct timespec until;
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += kCheckSeconds;
+    return sem_timedwait(&handled, &until) == 0;
+}
+
 int main(int argc, char **argv) {
-    const kxcc_hello_hooks hooks = {on_hello_request, on_hello_response};
     long left = argc > 1 ? strtol(argv[1], NULL, 10) : -1;
-    int32_t result;
 
     sem_init(&handled, 0, 0);
     setvbuf(stdout, NULL, _IOLBF, 0);
-    result = kxcc_register_callback_v2(on_request, &hooks);
-    if (result != KXCC_OK) {
-        fprintf(stderr, "not registered: %" PRId32 "\n", result);
+    if (register_service() != KXCC_OK) {
         return EXIT_FAILURE;
     }
-    puts("registered");
     while (left != 0) {
-        if (sem_wait(&handled) == 0 && left > 0) {
-            left--;
+        if (wait_for_request()) {
+            left -= left > 0 ? 1 : 0;
+        } else if (kxcc_get_link_status() == KXCC_ERROR_SEND) {
+            register_service(); /* the broker was started anew */
         }
     }
     return EXIT_SUCCESS; /* leaving joins the library's thread, so the last response is sent */
