@@ -46,8 +46,9 @@ public:
         for (const auto &name : state.at("libraries")) {
             libraries += (libraries.empty() ? "" : " ") + name.get<std::string>();
         }
-        std::printf("| `%s` | %s | %d KiB | %.0f ms | %s |\n", title.c_str(), run.out.c_str(),
-                    state.at("rss_kib").get<int>(), std::chrono::duration<double, std::milli>(took).count(),
+        std::printf("| `%s` | %s | %d KiB | %d KiB | %.0f ms | %s |\n", title.c_str(), run.out.c_str(),
+                    state.at("rss_kib").get<int>(), state.at("anonymous_kib").get<int>(),
+                    std::chrono::duration<double, std::milli>(took).count(),
                     libraries.empty() ? "none" : libraries.c_str());
         std::fflush(stdout);
     }
@@ -112,11 +113,13 @@ int main(int argc, char **argv) try {
     emulator::enter_device(options);
     Device device;
     Bench bench(Strings(argv + 1, argv + argc));
-    std::puts("| command | prints | resident | time | libraries |\n|---|---|---|---|---|");
+    std::puts(
+        "| command | prints | resident | of it no file's | time | libraries |\n|---|---|---:|---:|---:|---|");
     // Plain text where the platform's RSA is the null one.
     const bool null_rsa = std::getenv("CLOUD_BENCH_NULL_PLATFORM") != nullptr;
     bench.row(device, "getLogicStatus", {"getLogicStatus"});
-    bench.row(device, "bind", {"bind", "alice@example.com", null_rsa ? "Secret-1" : device.encrypt("Secret-1")});
+    bench.row(device, "bind",
+              {"bind", "alice@example.com", null_rsa ? "Secret-1" : device.encrypt("Secret-1")});
     bench.row(device, "getBindStatus", {"getBindStatus"});
     const std::string content = _content();
     ImageServer plain(device.journal());

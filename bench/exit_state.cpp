@@ -1,7 +1,7 @@
 // exit_state FILE COMMAND...: runs the command; when it is about to end, notes in FILE, one JSON line,
-// its resident memory and the libraries that it has loaded. Ends with the command's status.
-// Sampling from outside comes too late or too early for programs that live a few milliseconds; the
-// kernel's own figures of a finished process are off by most of a megabyte.
+// its resident memory, what of it no file backs, and the libraries that it has loaded. Ends with the
+// command's status. Sampling from outside comes too late or too early for programs that live a few
+// milliseconds; the kernel's own figures of a finished process are off by most of a megabyte.
 #include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -40,8 +40,8 @@ std::set<std::string> _libraries(pid_t pid) {
 
 void _note(pid_t pid, const char *path) {
     std::ofstream file(path, std::ios::trunc);
-    file << "{\"rss_kib\":" << _memory_kib(pid, "Rss") << ",\"private_kib\":"
-         << _memory_kib(pid, "Private_Clean") + _memory_kib(pid, "Private_Dirty") << ",\"libraries\":[";
+    file << "{\"rss_kib\":" << _memory_kib(pid, "Rss")
+         << ",\"anonymous_kib\":" << _memory_kib(pid, "Anonymous") << ",\"libraries\":[";
     const char *separator = "";
     for (const std::string &name : _libraries(pid)) {
         file << separator << '"' << name << '"';

@@ -66,8 +66,8 @@ int main(int argc, char **argv) {
         std::sort(command.times.begin(), command.times.end());
         const double median = command.times[command.times.size() / 2];
         first = first > 0 ? first : median;
-        std::printf("%8.0f us median %8.0f us least %6.2f  %s\n", median, command.times.front(), median / first,
-                    command.argv[0]);
+        std::printf("%8.0f us median %8.0f us least %6.2f  %s\n", median, command.times.front(),
+                    median / first, command.argv[0]);
     }
     return 0;
 }
