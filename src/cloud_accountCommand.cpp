@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "cloud_account.h"
+#include "cloud_accountKeys.h"
 #include "cloud_accountLog.h"
 #include "cloud_accountRequest.h"
 #include "cloud_accountResult.h"
@@ -11,6 +12,7 @@
 #include "cloud_api_wrap.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 
 namespace cloud_account {
 namespace {
@@ -23,7 +25,7 @@ constexpr size_t kNumberRoom = 16;
 void _msg_write_error(int32_t result) {
     std::array<char, kNumberRoom> text;
     const int length = snprintf(text.data(), text.size(), "%d\n", result);
-    cloud_writeFile(kErrorPath, {text.data(), static_cast<size_t>(length)});
+    static_cast<void>(cloud_replaceFile(kErrorPath, {text.data(), static_cast<size_t>(length)}));
 }
 
 // A command's result: whatever it ends with is left in the error file.
@@ -60,7 +62,7 @@ int32_t _do_message(const char *arg1, const char *arg2, int32_t timeout_ms, Send
         MSG_LOG("IPC send callback is NULL.");
         return result.value;
     }
-    const HeapText request(format(arg1, arg2));
+    const SecretText request(format(arg1, arg2));  // it may hold a password
     if (request == nullptr) {
         MSG_LOG("Format request message failed.");
         return result.value;

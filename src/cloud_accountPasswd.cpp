@@ -12,6 +12,7 @@
 
 #include "cloud_owner.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 #include "cloud_util.h"
 
 namespace cloud_account {
@@ -78,29 +79,12 @@ using LowerName = std::array<char, kUserRoom>;
     return kept;
 }
 
-/// Replaces a file's content by a shorter one. In place: this needs no room, which the RAM disk may not
-/// have, and it never stands empty.
-void _overwrite(const char *path, const char *text, size_t length) {
-    const UniqueFd file(open(path, O_WRONLY | O_CLOEXEC));
-    size_t done = 0;
-    while (file.ok() && done < length) {
-        const ssize_t written = pwrite(file.get(), text + done, length - done, static_cast<off_t>(done));
-        if (written <= 0) {
-            return;
-        }
-        done += static_cast<size_t>(written);
-    }
-    if (file.ok()) {
-        static_cast<void>(ftruncate(file.get(), static_cast<off_t>(length)));
-    }
-}
-
 }  // namespace
 
 void _remove_passwd_user(const char *user) {
     const LowerName name = _lower_case(user);
     const UniqueFd file(open(kPasswdPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file.ok() || name[0] == '\0') {
+    if (!file.ok() || name[0] == '\0' || access(kPasswdPath, W_OK) != 0) {
         return;
     }
     size_t length = 0;
@@ -110,7 +94,7 @@ void _remove_passwd_user(const char *user) {
     }
     const size_t kept = _keep_others(text.get(), length, name.data());
     if (kept < length) {
-        _overwrite(kPasswdPath, text.get(), kept);
+        static_cast<void>(cloud_replaceFile(kPasswdPath, {text.get(), kept}));
     }
 }
 

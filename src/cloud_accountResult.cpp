@@ -11,8 +11,10 @@
 
 #include "cloud_accountLog.h"
 #include "cloud_jsonRpc.h"
+#include "cloud_number.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 #include "cloud_userConfig.h"
 #include "cloud_util.h"
 #include "kxcc.h"
@@ -47,7 +49,7 @@ struct Answer {
         MSG_LOG_FOR(caller, "Errcode is NULL\n");
         return {nullptr, kFailed, false};
     }
-    return {std::move(tree), atoi(code), true};
+    return {std::move(tree), cloud_parseInt32(code), true};
 }
 
 [[nodiscard]] cJSON *_member(const cJSON *parent, const char *name) {
@@ -59,7 +61,7 @@ void _write_token(const char *token, const char *url) {
     snprintf(text.data(), kTokenRoom, "%s\n%s", token, url);
     const size_t length = strlen(text.data());
     text[length] = '\n';
-    cloud_writeFile(kTokenPath, {text.data(), length + 1});
+    static_cast<void>(cloud_replaceFile(kTokenPath, {text.data(), length + 1}));
 }
 
 // A word that the shell takes as it stands.
@@ -124,7 +126,7 @@ void _start_token_deletion(const char *expiresIn) {
     if (_names_a_file(method)) {
         std::array<char, kCachePathRoom> path;
         snprintf(path.data(), path.size(), "%s%s", kCacheFolder, method);
-        cloud_writeFile(path.data(), response);
+        static_cast<void>(cloud_replaceFile(path.data(), response));
     }
     return 0;
 }
@@ -171,7 +173,7 @@ int32_t _parse_login_result(const char *response, const char *user) {
         return kFailed;
     }
     LoginInfo info{};
-    info.role = static_cast<uint8_t>(atoi(role));
+    info.role = static_cast<uint8_t>(cloud_parseInt32(role));
     cstr_strncpy(info.userName, user, sizeof info.userName);
     cloud_setLoginInfo(&info);
     return 0;

@@ -11,6 +11,7 @@
 #include "cloud_accountRequest.h"
 #include "cloud_api_wrap.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 #include "cloud_userConfig.h"
 #include "cloud_util.h"
 
@@ -51,7 +52,7 @@ void _clear_account() {
     DeviceStatus status{};
     cloud_setDeviceStatus(&status);
     cloud_delallAccount();
-    cloud_writeFile(kLoginPath, "0\n");
+    static_cast<void>(cloud_replaceFile(kLoginPath, "0\n"));
     cloud_wrap_set_connection_mode(kModeNoAccount);
 }
 
@@ -114,7 +115,7 @@ void _config_login_info(const char *user, const char *encPassword) {
     if (user == nullptr || encPassword == nullptr) {
         return;
     }
-    cloud_writeFile(kLoginPath, "1\n");
+    static_cast<void>(cloud_replaceFile(kLoginPath, "1\n"));
     LoginInfo login;
     cloud_getLoginInfo(&login);
     AccountList stored;

@@ -1,10 +1,12 @@
 // Account commands that need no request of their own.
-#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "cloud_account.h"
 #include "cloud_api_wrap.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 #include "cloud_userConfig.h"
 #include "cloud_util.h"
 #include "kxcc.h"
@@ -29,9 +31,12 @@ void _write_factory_part(cJSON *object) {
     if (text == nullptr) {
         return;
     }
-    const UniqueFile file(fopen(kFactoryPath, "wte"));
-    if (file != nullptr) {
-        fprintf(file.get(), "%s\n", text.get());
+    const size_t length = strlen(text.get());
+    const HeapText report(static_cast<char *>(malloc(length + 1)));
+    if (report != nullptr) {
+        memcpy(report.get(), text.get(), length);
+        report.get()[length] = '\n';
+        static_cast<void>(cloud_replaceFile(kFactoryPath, {report.get(), length + 1}));
     }
 }
 

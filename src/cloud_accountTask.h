@@ -1,9 +1,6 @@
 // Which operation a command stands for.
 #pragma once
 
-/// Codes of the firmware commands, for cloud_localMsgTask.
-enum LocalCode : unsigned { kDownload = 0, kCheck = 1, kUpdate = 2 };
-
 /// Codes of the account commands, for cloud_accountTask.
 enum AccountCode {
     kGetFwList = 3,

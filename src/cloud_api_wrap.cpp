@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "cloud_jsonRpc.h"
+#include "cloud_number.h"
 #include "cloud_owner.h"
 #include "cloud_util.h"
 #include "kxcc.h"
@@ -45,7 +46,7 @@ constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the requ
 }
 
 [[nodiscard]] int32_t _milliseconds(int32_t seconds) {
-    return seconds > INT32_MAX / 1000 ? INT32_MAX : seconds * 1000;
+    return cloud_clampTo<int32_t>(seconds * 1000.0);
 }
 
 [[nodiscard]] bool _wait_for_link(int32_t wait_s) {
@@ -117,7 +118,7 @@ int testCloudSrvConnection(int32_t timeout_s) {
         CLOUD_LOG("errCode is null ptr.");
         return 0;
     }
-    return atoi(code) == kMethodUnknown ? 1 : 0;
+    return cloud_parseInt32(code) == kMethodUnknown ? 1 : 0;
 }
 
 int cloud_checkSslPath(int32_t event, int32_t wait_s) {

@@ -13,7 +13,8 @@ DeviceInfoError cloud_loadDeviceInfo(int openFlags, size_t bytes, JsonTree *tree
     if (text == nullptr) {
         return DeviceInfoError::kMemory;
     }
-    const UniqueFd file(open(kDeviceInfoPath, openFlags | O_CLOEXEC));
+    // Not to be held up by a pipe of that name.
+    const UniqueFd file(open(kDeviceInfoPath, openFlags | O_CLOEXEC | O_NONBLOCK));
     if (!file.ok()) {
         return DeviceInfoError::kOpen;
     }

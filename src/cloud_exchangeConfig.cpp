@@ -48,7 +48,7 @@ int _write_document(const cJSON *document, bool complete) {
         CLOUD_LOG("Print cJSON failed.\n");
         return 0;
     }
-    switch (cloud_replaceFile(kStatusPath, text.get(), strlen(text.get()))) {
+    switch (cloud_replaceFile(kStatusPath, text.get())) {
         case kReplaceOpenFailed:
             CLOUD_LOG("Error: open %s for write failed", text.get());
             return 0;

@@ -54,7 +54,7 @@ void _verifyDLImgName(const char *name) {
 
 // Replaced as a whole: a run killed here must not leave a record that disowns the partial image.
 bool _record(const char *path, const char *text) {
-    switch (cloud_replaceFile(path, text, strlen(text))) {
+    switch (cloud_replaceFile(path, text)) {
         case kReplaced:
             return true;
         case kReplaceOpenFailed:

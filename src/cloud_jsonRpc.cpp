@@ -1,5 +1,6 @@
 #include "cloud_jsonRpc.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -27,7 +28,9 @@ char *_print_value(cJSON *item) {
     if (cJSON_IsNumber(item) && exact && value == static_cast<double>(static_cast<long long>(value))) {
         return _print_integer(value);
     }
-    return cJSON_PrintUnformatted(item);
+    const bool readable =
+        cJSON_IsNumber(item) ? std::isfinite(value) : cJSON_IsArray(item) || cJSON_IsObject(item);
+    return readable ? cJSON_PrintUnformatted(item) : nullptr;
 }
 
 char *_find_member(const cJSON *parent, const char *name) {

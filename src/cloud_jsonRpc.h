@@ -16,10 +16,11 @@ char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
 /// @return a text that belongs to the tree; null when absent, or when there is no such element (logged).
 char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);
 
-/// The value of one item as text: a string's content, a number in decimals (integers without a fraction),
-/// anything else as unformatted JSON.
+/// The value of one item as text: a string's content, a number in decimals (integers without a fraction), an
+/// array or object as unformatted JSON. Booleans, null and numbers beyond all bounds have none: read as a
+/// number they would be 0, which means success.
 /// @return a text that belongs to the item, is valid as long as its tree and is released with it; the
-///         same text for every later call. Null for a null item or without memory.
+///         same text for every later call. Null for an item without text, a null item, or no memory.
 char *cJSON_GetJsonObjString(cJSON *item);
 
 /// Type codes of cJSON_GetJsonObjType. Only kJsonArray is tested anywhere.

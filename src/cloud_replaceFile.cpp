@@ -16,7 +16,8 @@
 namespace {
 
 constexpr mode_t kFileMode = 0644;
-constexpr size_t kPathRoom = 128;
+constexpr mode_t kModeBits = 07777;
+constexpr size_t kPathRoom = 280;      // and the process id
 constexpr uint64_t kBlockBytes = 512;  // unit of st_blocks
 
 // Blanks for the rest of a longer old content, which are cut off only afterwards: a reader in between finds
@@ -27,44 +28,54 @@ constexpr auto kBlanks = [] {
     return blanks;
 }();
 
-bool _write_whole(int fd, const char *text, size_t length, size_t blanks = 0) {
-    const std::array parts{iovec{const_cast<char *>(text), length},
+bool _write_whole(int fd, std::string_view text, size_t blanks = 0) {
+    const std::array parts{iovec{const_cast<char *>(text.data()), text.size()},
                            iovec{const_cast<char *>(kBlanks.data()), std::min(blanks, kBlanks.size())}};
     ssize_t written = 0;
     do {
         written = pwritev(fd, parts.data(), parts.size(), 0);
     } while (written < 0 && errno == EINTR);
-    return written >= 0 && static_cast<size_t>(written) >= length;
+    return written >= 0 && static_cast<size_t>(written) >= text.size();
 }
 
 // On a full disk a new file gets no room, but the old one keeps its own.
-bool _overwrite(const char *path, const char *text, size_t length) {
-    const UniqueFd file(open(path, O_WRONLY | O_CLOEXEC));
+bool _overwrite(const char *path, std::string_view text) {
+    const UniqueFd file(open(path, O_WRONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
     if (!file.ok() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return false;
     }
-    if (static_cast<uint64_t>(status.st_blocks) * kBlockBytes < length) {
+    if (static_cast<uint64_t>(status.st_blocks) * kBlockBytes < text.size()) {
         return false;
     }
     const auto oldLength = static_cast<size_t>(status.st_size);
-    return _write_whole(file.get(), text, length, oldLength > length ? oldLength - length : 0) &&
-           ftruncate(file.get(), static_cast<off_t>(length)) == 0;
+    return _write_whole(file.get(), text, oldLength > text.size() ? oldLength - text.size() : 0) &&
+           ftruncate(file.get(), static_cast<off_t>(text.size())) == 0;
+}
+
+// Whoever may read the old file may read the new one, and nobody else.
+void _take_over(const char *path, int fd) {
+    struct stat old {};
+    if (stat(path, &old) == 0) {
+        static_cast<void>(fchown(fd, old.st_uid, old.st_gid));
+        fchmod(fd, old.st_mode & kModeBits);
+    }
 }
 
 }  // namespace
 
-ReplaceResult cloud_replaceFile(const char *path, const char *text, size_t length) {
+ReplaceResult cloud_replaceFile(const char *path, std::string_view text) {
     std::array<char, kPathRoom> beside;
     snprintf(beside.data(), beside.size(), "%s.%ld", path, static_cast<long>(getpid()));
     unlink(beside.data());  // left by a killed process that had this id
     const UniqueFd file(open(beside.data(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
     if (!file.ok()) {
-        return _overwrite(path, text, length) ? kReplaced : kReplaceOpenFailed;
+        return _overwrite(path, text) ? kReplaced : kReplaceOpenFailed;
     }
-    if (_write_whole(file.get(), text, length) && rename(beside.data(), path) == 0) {
+    _take_over(path, file.get());
+    if (_write_whole(file.get(), text) && rename(beside.data(), path) == 0) {
         return kReplaced;
     }
     unlink(beside.data());
-    return _overwrite(path, text, length) ? kReplaced : kReplaceWriteFailed;
+    return _overwrite(path, text) ? kReplaced : kReplaceWriteFailed;
 }

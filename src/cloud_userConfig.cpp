@@ -131,7 +131,7 @@ void _copy_identifiers(const cJSON *tree, CheckInfo *info) {
 }
 
 [[nodiscard]] int _get_software_version(CheckInfo *info) {
-    const UniqueFd file(open(kSoftInfoPath, O_RDWR | O_CLOEXEC));
+    const UniqueFd file(open(kSoftInfoPath, O_RDWR | O_CLOEXEC | O_NONBLOCK));
     if (!file.ok()) {
         CLOUD_LOG("open /tmp/softinfo file failed\n");
         return -1;
@@ -351,6 +351,7 @@ int ucm_ui_resp_get_u32_2(const UcmMessage *msg, uint32_t *out) {
 
 int ucm_ui_resp_get_str(const UcmMessage *msg, char *dst, size_t size) {
     const char *payload = reinterpret_cast<const char *>(msg) + kUcmHeaderSize;
-    snprintf(dst, size, "%.*s", static_cast<int>(msg->payloadLength), payload);
+    const size_t bound = msg->payloadLength < size ? msg->payloadLength : size;
+    snprintf(dst, size, "%.*s", static_cast<int>(bound), payload);
     return 0;
 }

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <string_view>
 
 #include "cloud_owner.h"
 #include "cloud_path.h"
@@ -190,12 +191,4 @@ int cloud_digestToHexStr(const unsigned char *digest, char *out) {
         snprintf(out + static_cast<ptrdiff_t>(2) * i, 3, "%02X", digest[i]);
     }
     return 0;
-}
-
-int cloud_writeFile(const char *path, std::string_view text) {
-    const UniqueFd file(open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    if (!file.ok()) {
-        return -1;
-    }
-    return _write_all(file.get(), text) ? 0 : -2;
 }

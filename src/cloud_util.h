@@ -9,7 +9,6 @@
 
 #include <cstdarg>
 #include <cstddef>
-#include <string_view>
 
 /// Longest console message in characters; longer ones are cut.
 inline constexpr size_t kConsoleMessageMax = 4904;
@@ -60,7 +59,7 @@ const char *cloud_getFilename(const char *url);
 /// @param fmt  a scanf format of one conversion. "%s" takes the rest of the line; "%c" gives the digit's
 ///             value. @param out  receives the conversion; big enough for it.
 /// @return 1 when the key is there, even if its value does not convert; 0 when not (logged) or for a null
-///         argument. An empty value stores one zero byte.
+///         argument. An empty value stores one zero byte ("%c" then makes its digit of it as well).
 int cloud_getSpecificToken(const char *text, const char *key, const char *fmt, void *out);
 
 /// Copies rawStr to dstStr with every line break, real or written as an escape, turned into "<br/>".
@@ -79,7 +78,3 @@ int cloud_semDestroy(sem_t sem);
 /// Writes a 16-byte digest as 32 upper-case hexadecimal characters and a terminator (33 bytes).
 /// @return 0; -1 for a null argument.
 int cloud_digestToHexStr(const unsigned char *digest, char *out);
-
-/// Writes a text to a file as its whole content, creating it (0666 less the umask) or truncating it.
-/// @return 0; -1 when it cannot be opened; -2 when not all of it could be written.
-int cloud_writeFile(const char *path, std::string_view text);

@@ -1,4 +1,5 @@
 // One run, one operation: the command word picks it, its result is printed, the exit status is 0.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <array>
@@ -49,6 +50,21 @@ void cloud_printUsage() {
     }
 }
 
+// A caller may have closed standard output or error: a descriptor that is opened next, the broker's socket
+// say, would take its place and receive what is printed.
+void _hold_output() {
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(fd, F_GETFD) >= 0) {
+            continue;
+        }
+        const int null = open("/dev/null", O_WRONLY);
+        if (null >= 0 && null != fd) {
+            dup2(null, fd);
+            close(null);
+        }
+    }
+}
+
 // A switch left by an earlier session would put the client library's log on standard output, where
 // callers expect one number.
 void cloud_initDebugSwitch() {
@@ -86,9 +102,9 @@ constexpr Command _row(const char *word, int argc, Task task, int code) {
 constexpr std::array kCommands{
     _row("-h", 2, Task::kUsage, 0),
     _row("-H", 2, Task::kUsage, 0),
-    _row("download", 2, Task::kLocal, kDownload),
-    _row("check", 2, Task::kLocal, kCheck),
-    _row("update", 2, Task::kLocal, kUpdate),
+    _row("download", 2, Task::kLocal, kLocalDownload),
+    _row("check", 2, Task::kLocal, kLocalCheck),
+    _row("update", 2, Task::kLocal, kLocalUpdate),
     _row("getFwList", 2, Task::kAccount, kGetFwList),
     _row("unbind", 2, Task::kAccount, kUnbind),
     _row("getDevToken", 2, Task::kAccount, kGetDevToken),
@@ -156,6 +172,7 @@ int _dispatch(int argc, char **argv) {
 }  // namespace
 
 int main(int argc, char **argv) {
+    _hold_output();
     cloud_initDebugSwitch();
     wrpMemPoolMonitor();
     printf("%d\n", _dispatch(argc, argv));

@@ -219,6 +219,26 @@ TEST(AccountArguments, UnbindWithoutAnAccountSendsNothing) {
     EXPECT_TRUE(sent(device).empty());
 }
 
+// Who reads it meanwhile sees the old result or the new one.
+TEST(AccountArguments, ResultFileIsReplacedAsAWhole) {
+    Device device;
+    write_file("/tmp/cloud.error", "-20303\n");
+    std::ifstream reader("/tmp/cloud.error");
+    EXPECT_EQ(printed(device, {"unbind"}), "-1\n");
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(reader), {}), "-20303\n");
+    EXPECT_EQ(file("/tmp/cloud.error"), "-1\n");
+}
+
+// A pipe in the place of a file holds nothing up.
+TEST(AccountArguments, PipesHoldNothingUp) {
+    Device device;
+    unlink("/tmp/device.info");
+    ASSERT_EQ(mkfifo("/tmp/device.info", 0666), 0);
+    ASSERT_EQ(mkfifo("/tmp/cloud.error", 0666), 0);
+    EXPECT_EQ(printed(device, {"alias", "S2l0"}), "-1\n");
+    EXPECT_EQ(file("/tmp/cloud.error"), "-1\n");
+}
+
 // State ---------------------------------------------------------------------------------------------
 
 TEST(AccountState, WalksFromUnboundToBoundAndBack) {
@@ -339,6 +359,7 @@ TEST(AccountLoginAnswer, LackingItsRoleStoresNothing) {
     for (const auto &[answer, message] :
          {std::pair{R"({"error_code":0})", "]Get result failed."},
           std::pair{R"({"error_code":0,"result":{}})", "]Get role failed."},
+          std::pair{R"({"error_code":0,"result":{"role":null}})", "]Get role failed."},
           std::pair{R"({"error_code":0,"result":"role"})", "]Get role failed."}}) {
         Device device(answering(answer));
         EXPECT_EQ(printed(device, {"login", "alice", device.encrypt("one")}), "-1\n");

@@ -165,6 +165,12 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"Empty", R"({"rules":[{"on":"request","do":{"answer":""}}]})", -1},
         Fault{"NoErrorCode", R"({"rules":[{"on":"request","do":{"answer":"{\"result\":{}}"}}]})", -1},
         Fault{"OtherCaseOfKey", R"({"rules":[{"on":"request","do":{"answer":"{\"Error_Code\":0}"}}]})", -1},
+        // What is no number is no success.
+        Fault{"Null", R"({"rules":[{"on":"request","do":{"answer":"{\"error_code\":null}"}}]})", -1},
+        Fault{"True", R"({"rules":[{"on":"request","do":{"answer":"{\"error_code\":true}"}}]})", -1},
+        Fault{"Infinite", R"({"rules":[{"on":"request","do":{"answer":"{\"error_code\":1e999}"}}]})", -1},
+        Fault{"BeyondItsBits",
+              R"({"rules":[{"on":"request","do":{"answer":"{\"error_code\":4294967296}"}}]})", 2147483647},
         Fault{"LastOfTwoCounts",
               R"({"rules":[{"on":"request","do":{"answer":"{\"error_code\":5,\"error_code\":0}"}}]})", 0},
         Fault{"NulInEscape",
