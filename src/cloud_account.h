@@ -1,38 +1,70 @@
 // The account commands: one entry point each. All run on the caller's thread and return what the
 // program prints.
 //
-// Request commands send one request to the cloud and return: 0 on success (the device's local state is
-// then brought in line); the cloud's own error code; -1 when an argument is missing or unusable, when a
-// password does not decrypt or when the answer is not one; a negative code of the request layer (see
-// kxcc.h). Each leaves its result in "/tmp/cloud.error". A null argument is allowed where named.
+// Request commands send one request to the cloud, waiting 5 seconds for the answer with an account, up to
+// three times that without. They return 0 on success, after which the device's local state is brought in
+// line; the cloud's own error code; -1 when an argument is missing or unusable, or when the answer is none;
+// or a negative code of the request layer (kxcc.h). Each leaves its result in "/tmp/cloud.error". Arguments
+// are texts of the caller's; null gives -1 without a request, except where it is allowed.
 #pragma once
 
 #include <cstdint>
 
-/// @param user        account name. @param encPassword  password, encrypted with the device's key.
+/// Binds the device to the owner's account and stores it, then starts the reload script.
+/// @param user         account name; 128 characters of it are stored.
+/// @param encPassword  password, encrypted with the device's key; -1 when it does not decrypt.
 int32_t cloud_msg_bind_device(const char *user, const char *encPassword);
-/// Base64 of account name and plain password.
+
+/// Binds the device for the phone app; no script is started.
+/// @param b64User      Base64 of the account name, at most 128 bytes decoded.
+/// @param b64Password  Base64 of the plain password, at most 512 bytes decoded; stored encrypted.
 int32_t cloud_msg_tmp_bind_device(const char *b64User, const char *b64Password);
-/// @param user  account name; null or empty: the stored account's.
+
+/// Unbinds the device: account, status, login mark and the user's line in "/tmp/passwd" go, then the reload
+/// script is started.
+/// @param user  account name; null or empty: the stored account's, -1 when there is none.
 int32_t cloud_msg_unbind_device(const char *user);
+
+/// The same for the phone app; no script is started.
 int32_t cloud_msg_tmp_unbind_device(const char *user);
+
+/// Logs an account in and stores its role and name. An owner's login replaces the stored account when name
+/// or password differ, and then starts the reload script. Arguments as for cloud_msg_bind_device.
 int32_t cloud_msg_account_login(const char *user, const char *encPassword);
+
+/// Names the device in the cloud and in the store.
+/// @param b64Alias  Base64 of the name, at most 64 bytes decoded.
 int32_t cloud_msg_update_alias(const char *b64Alias);
+
+/// Removes a user of the device in the cloud; nothing changes on the device.
+/// @param owner  the owner's account name. @param user  the name of the one to remove.
 int32_t cloud_msg_remove_user(const char *owner, const char *user);
+
+/// Fetches a device token and the web service's address into "/tmp/cloud.token" and starts the script that
+/// removes it when it expires.
 int32_t cloud_msg_get_devtoken();
-/// @param method  the cloud's method. @param b64Request  Base64 of its parameters, a JSON value.
+
+/// Passes a request through and leaves the answer, whatever it says, in "/tmp/cloud_data_cache/<method>".
+/// @param method      the cloud's method.
+/// @param b64Request  Base64 of its parameters, a JSON value of at most 2099 bytes.
 int32_t cloud_msg_passthrough(const char *method, const char *b64Request);
-/// 0 whenever the cloud answered at all, be it with an error.
+
+/// Tests the link to the cloud. @return 0 whenever the cloud answered at all, be it with an error.
 int32_t cloud_msg_check_online();
 
-/// 1 when the device has an account with a password stored, else 0.
+/// @return 1 when the device has an account with a password stored, else 0.
 int32_t cloud_msg_check_bind_status();
-/// The broker's mode (1: account mode), or a code of the request layer.
+
+/// @return the broker's mode (1: account mode), or a code of the request layer.
 int32_t cloud_msg_get_logic_status();
+
 /// Sets the broker's mode after the stored account. @return 0.
 int32_t cloud_msg_set_logic_status();
-/// Unbinds before a factory reset; what could not be unbound is left in "/tmp/factory.part". @return 0.
+
+/// Unbinds a bound device before a factory reset; what could not be unbound is left in
+/// "/tmp/factory.part", the stored credentials with it. @return 0.
 int32_t cloud_msg_factory();
-/// Asks the management daemon to kick clients off. @return 0, whatever the daemon does; -1 when the
-/// socket could not be opened.
+
+/// Asks the management daemon to kick clients off; takes up to 3 seconds when it does not answer.
+/// @return 0, whatever the daemon does; -1 when the socket could not be opened.
 int32_t cloud_msg_kickoff();

@@ -8,6 +8,7 @@
 
 namespace cloud_account {
 
+// These four read the error code and nothing else.
 int32_t _parse_binddev_result(const char *response, const char *unused);
 int32_t _parse_unbinddev_result(const char *response, const char *unused);
 int32_t _parse_update_alias_result(const char *response, const char *unused);
