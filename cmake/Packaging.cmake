@@ -10,7 +10,11 @@ endif()
 # linker's way, in a folder of their own.
 set(PLATFORM_DIR ${CMAKE_INSTALL_LIBDIR}/cloud-msg)
 file(RELATIVE_PATH PLATFORM_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_PREFIX}/${PLATFORM_DIR})
-set_target_properties(cloud_msg cloud_store cloud_rsa cloud_image PROPERTIES INSTALL_RPATH "$ORIGIN/${PLATFORM_FROM_BIN}")
+# The same path in the build folder, where the libraries lie beside the programs: CMake's own build path ends
+# in a separator, which the loader takes for the current folder.
+set_target_properties(
+  cloud_msg cloud_store cloud_rsa cloud_image
+  PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN:$ORIGIN/${PLATFORM_FROM_BIN}")
 install(TARGETS wrapper rsa LIBRARY DESTINATION ${PLATFORM_DIR})
 install(TARGETS cloud_store cloud_rsa cloud_image extender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
