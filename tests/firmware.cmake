@@ -1,9 +1,14 @@
 add_library(firmware_support STATIC firmware_support.cpp)
 target_link_libraries(firmware_support PUBLIC emulator GTest::gmock PRIVATE cloud_warnings)
-foreach(name check download nginx unit update)
+foreach(name check download nginx update)
   cloud_test(
-    firmware_${name}_test NAMESPACE
+    firmware_${name}_test NAMESPACE PROGRAM
     SOURCES firmware_${name}_test.cpp
-    LIBS firmware_support $<$<STREQUAL:${name},unit>:cloud_program> platform_interface wrapper)
-  add_dependencies(firmware_${name}_test cloud_msg cloud_store cloud_image)
+    LIBS firmware_support platform_interface wrapper)
+  add_dependencies(firmware_${name}_test cloud_image)
 endforeach()
+cloud_test(
+  firmware_unit_test NAMESPACE
+  SOURCES firmware_unit_test.cpp
+  LIBS firmware_support cloud_program)
+add_dependencies(firmware_unit_test cloud_store cloud_image)

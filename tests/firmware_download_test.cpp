@@ -6,7 +6,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <random>
 
 #include "firmware_support.h"
 
@@ -273,11 +272,11 @@ TEST(Download, SurvivesKills) {
     server.set_rules(json::parse(R"([{"method":"GET","do":{"trickle":{"bytes":3001,"ms":1}}}])"));
     offer(device, server.url("/fw.bin"));
     put_status_file();
-    std::mt19937 random(7);
+    uint64_t random = 7;
     size_t before = 0;
     for (int kills = 0; file(kFinished) == "absent"; ++kills) {
         auto process = device.start({"cloud_msg", "download"});
-        const size_t enough = before + random() % 40000;
+        const size_t enough = before + next_number(random) % 40000;
         std::error_code absent;
         while (kills < kKillsMax && process.running()) {
             const auto size = std::filesystem::file_size(kPartial, absent);

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <random>
 #include <system_error>
 
 namespace firmware {
@@ -78,10 +77,10 @@ pid_t start_traced(Strings &words) {
 }  // namespace
 
 std::string pattern(size_t size) {
-    std::mt19937_64 source(20210611);
+    uint64_t state = 20210611;
     std::string text(size, '\0');
     for (char &byte : text) {
-        byte = static_cast<char>(source());
+        byte = static_cast<char>(next_number(state) >> 32U);
     }
     return text;
 }

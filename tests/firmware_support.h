@@ -1,6 +1,7 @@
 // What the firmware tests share: a server of images, the status file seen by a watcher, images.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,6 +23,14 @@ inline const std::string kPartial = "/tmp/cloud_up_img.bin";
 inline const std::string kFinished = "/tmp/httpUploadFile.bin";
 inline const std::string kDownloadLock = "/tmp/cloud_dl_img.lock";
 inline const std::string kNewVersion = "1.0.7 Build 20210611 Rel.51820";
+
+/// Numbers that look random and are the same in each run (xorshift).
+[[nodiscard]] inline uint64_t next_number(uint64_t &state) {
+    state ^= state << 13U;
+    state ^= state >> 7U;
+    state ^= state << 17U;
+    return state;
+}
 
 /// Content without period, so that bytes from a wrong offset show.
 [[nodiscard]] std::string pattern(size_t size);

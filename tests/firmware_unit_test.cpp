@@ -53,6 +53,8 @@ TEST(Version, NewerIsDecidedByTheNumbers) {
         int newer;
     };
     const std::string digits(10000, '9');
+    std::string hugeStamps = "1.0.0 ";
+    hugeStamps.append(digits).append("Build.").append(digits);
     for (const Pair &pair : {Pair{"1.0.4 Build 7 Rel.1", "1.0.3 Build 9 Rel.9", 1},
                              {"1.0.3 Build 9 Rel.9", "1.0.4 Build 7 Rel.1", 0},
                              {"1.0.3 Build 20990101 Rel.99999", "1.0.3 Build 1 Rel.1", 0},
@@ -73,7 +75,7 @@ TEST(Version, NewerIsDecidedByTheNumbers) {
                              {"4294967296 B", "2147483646 B", 1},  // kept to the largest number
                              {"99999999999 B", "4294967296 B", 0},
                              {digits + " Build", "1.0.0 Build", 1},
-                             {"1.0.0 " + digits + "Build." + digits, "1.0.0 Build.1", 0},
+                             {hugeStamps, "1.0.0 Build.1", 0},
                              {std::string(10000, '.') + " ", std::string(10000, ' '), 0}}) {
         EXPECT_EQ(fwVerCmp(pair.cmp.c_str(), pair.cur.c_str()), pair.newer) << pair.cmp << " | " << pair.cur;
     }

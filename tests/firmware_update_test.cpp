@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "firmware_support.h"
+#include "namespace.h"
 
 namespace {
 
@@ -45,10 +46,9 @@ TEST_P(UpdateRefusal, EndsIn20001AndTheVersionStays) {
     if (!content.empty()) {
         write_file(kFinished, content);
     }
-    const std::string flash = getenv("CLOUD_FLASH_DIR");
     setenv("CLOUD_FLASH_DIR", GetParam().flash, 1);
     EXPECT_THAT(watch({"update"}), ElementsAre("3 0", "20001 0", "start 0")) << device.journal().text();
-    setenv("CLOUD_FLASH_DIR", flash.c_str(), 1);
+    setenv("CLOUD_FLASH_DIR", emulator::kFlashPath, 1);
     device.settle();
     program::expect_console(device, GetParam().logged);
     program::expect_console(device, "Verify image failed!");
