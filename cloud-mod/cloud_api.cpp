@@ -47,14 +47,7 @@ using ApiOwner = std::unique_ptr<CloudApi, Releaser<free>>;
     api->clientFd = fd;
     CLOUD_DEBUG("api sockfd:%d", fd);
 
-    int32_t errorCode = 0;
-    const Accept accept = cloud_api_accept(fd, &errorCode);
-    if (accept == Accept::kRefused) {
-        CLOUD_ERROR("daemon accept not success, errocode:%d", errorCode);
-        return false;
-    }
-    if (accept != Accept::kAccepted) {
-        CLOUD_ERROR("%s", cloud_api_accept_text(accept));
+    if (!cloud_api_accept(fd, CLOUD_HERE, "errocode")) {
         return false;
     }
     CLOUD_DEBUG("daemon accept success");
@@ -176,51 +169,41 @@ void cloud_api_sigpipe_handle(int number) {
     errno = saved;
 }
 
-Accept cloud_api_accept(int fd, int32_t *errorCode) {
+bool cloud_api_accept(int fd, const LogSite &site, const char *code) {
     uint32_t type = 0;
     char *received = nullptr;
     const int32_t result = cloud_ipc_recv(fd, &type, &received);
     const HeapText body(received);
     if (result != KXCC_OK) {
-        return Accept::kNotReceived;
+        CLOUD_LOG_FOR(LogLevel::kError, site, "ipc recv error");
+        return false;
     }
     if (type != static_cast<uint32_t>(Message::kAccept)) {
-        return Accept::kWrongType;
+        CLOUD_LOG_FOR(LogLevel::kError, site, "client receive type not ACCEPT");
+        return false;
     }
     const JsonTree tree = cloud_json_parse(body.get());
     if (tree == nullptr) {
-        return Accept::kNotJson;
+        CLOUD_LOG_FOR(LogLevel::kError, site, "json parse error");
+        return false;
     }
-    int32_t code = 0;
-    if (!cloud_json_int(tree.get(), "errorcode", &code)) {
-        return Accept::kKeyMissing;
+    int32_t errorCode = 0;
+    if (!cloud_json_int(tree.get(), "errorcode", &errorCode)) {
+        CLOUD_LOG_FOR(LogLevel::kError, site, "json get object error");
+        return false;
     }
-    if (code != 0) {
-        *errorCode = code;
-        return Accept::kRefused;
+    if (errorCode != 0) {
+        CLOUD_LOG_FOR(LogLevel::kError, site, "daemon accept not success, %s:%d", code, errorCode);
+        return false;
     }
     int32_t place = 0;
     if (!cloud_json_int(tree.get(), "result", &place)) {
-        return Accept::kKeyMissing;
+        CLOUD_LOG_FOR(LogLevel::kError, site, "json get object error");
+        return false;
     }
-    return place == kAcceptFull ? Accept::kFull : Accept::kAccepted;
-}
-
-const char *cloud_api_accept_text(Accept accept) {
-    switch (accept) {
-        case Accept::kNotReceived:
-            return "ipc recv error";
-        case Accept::kWrongType:
-            return "client receive type not ACCEPT";
-        case Accept::kNotJson:
-            return "json parse error";
-        case Accept::kKeyMissing:
-            return "json get object error";
-        case Accept::kFull:
-            return "daemon accept full";
-        case Accept::kAccepted:
-        case Accept::kRefused:
-            break;
+    if (place == kAcceptFull) {
+        CLOUD_LOG_FOR(LogLevel::kError, site, "daemon accept full");
+        return false;
     }
-    return "";
+    return true;
 }

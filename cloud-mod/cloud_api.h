@@ -13,6 +13,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "cloud_log.h"
 #include "cloud_thread.h"
 
 struct CallbackSlot;
@@ -64,21 +65,8 @@ void cloud_api_sigint_handle(int number);
 /// SIGPIPE: teardown; the interrupted write fails and the program goes on.
 void cloud_api_sigpipe_handle(int number);
 
-/// What the broker's greeting of a new connection came to.
-enum class Accept {
-    kAccepted,
-    kNotReceived,
-    kWrongType,
-    kNotJson,
-    kKeyMissing,
-    kRefused,
-    kFull,
-};
-
-/// Receives the greeting on a new connection. Logs nothing, because the wording of one case is each
-/// caller's own; the others are in cloud_api_accept_text().
-/// @param errorCode  out: the broker's code, with kRefused only.
-[[nodiscard]] Accept cloud_api_accept(int fd, int32_t *errorCode);
-
-/// The log text of an outcome other than kRefused and kAccepted; static.
-[[nodiscard]] const char *cloud_api_accept_text(Accept accept);
+/// Receives the broker's greeting on a new connection.
+/// @param site  whose connection it is: a failure is logged in that name.
+/// @param code  what the log calls the broker's error code there.
+/// @return whether the broker lets this connection in.
+[[nodiscard]] bool cloud_api_accept(int fd, const LogSite &site, const char *code);

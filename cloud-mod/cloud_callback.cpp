@@ -252,17 +252,11 @@ bool callback_thread_connect_daemon(CloudApi *api) {
     }
     api->threadFd = fd;
     CLOUD_DEBUG("api callback sockfd:%d", fd);
-
-    int32_t errorCode = 0;
-    const Accept accept = cloud_api_accept(fd, &errorCode);
-    if (accept == Accept::kRefused) {
-        CLOUD_ERROR("daemon accept not success, errorcode:%d", errorCode);
-    } else if (accept != Accept::kAccepted) {
-        CLOUD_ERROR("%s", cloud_api_accept_text(accept));
-    } else {
-        CLOUD_DEBUG("thread connect daemon success");
+    if (!cloud_api_accept(fd, CLOUD_HERE, "errorcode")) {
+        return false;
     }
-    return accept == Accept::kAccepted;
+    CLOUD_DEBUG("thread connect daemon success");
+    return true;
 }
 
 void callback_dump(CloudApi *api) {

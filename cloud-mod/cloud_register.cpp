@@ -278,15 +278,7 @@ bool register_thread_connect_daemon(CloudApi *api) {
         return false;
     }
     CLOUD_DEBUG("api register sockfd:%d", fd.get());
-
-    int32_t errorCode = 0;
-    const Accept accept = cloud_api_accept(fd.get(), &errorCode);
-    if (accept == Accept::kRefused) {
-        CLOUD_ERROR("daemon accept not success, errocode:%d", errorCode);
-        return false;
-    }
-    if (accept != Accept::kAccepted) {
-        CLOUD_ERROR("%s", cloud_api_accept_text(accept));
+    if (!cloud_api_accept(fd.get(), CLOUD_HERE, "errocode")) {
         return false;
     }
     CLOUD_DEBUG("thread connect daemon success");

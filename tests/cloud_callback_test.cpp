@@ -158,11 +158,11 @@ TEST_F(Callback, TimesOutOnceAndKnowsTheIdNoMore) {
     ASSERT_EQ(_submit(1000), 1);
     EXPECT_EQ(l_answers.await(1), (Answers::List{{1, kTimedOut}}));
     EXPECT_GE(cloud_time_ms() - start, 1000);
-    EXPECT_EQ(broker.received(66).size(), 1U);
-    broker.send(1, frame(67, R"({"id":1,"errorcode":0,"response":"late"})"));
-    ASSERT_EQ(_submit(100), 2);
+    ASSERT_EQ(_submit(60000), 2);
+    broker.send(1, frame(67, R"({"id":1,"errorcode":0,"response":"late"})") +
+                       frame(67, R"({"id":2,"errorcode":0,"response":"b"})"));
     cloud_api_destroy();
-    EXPECT_EQ(l_answers.now(), (Answers::List{{1, kTimedOut}, {2, kTimedOut}}));
+    EXPECT_EQ(l_answers.now(), (Answers::List{{1, kTimedOut}, {2, "b"}}));
     EXPECT_EQ(log.of("cloud_callback"),
               R"(no such request, id:1, msg:{"id":1,"errorcode":0,"response":"late"})");
 }
@@ -182,7 +182,7 @@ TEST_F(Callback, StopWaitsForPendingRequests) {
 TEST_F(Callback, SurvivesABrokerThatGoesAway) {
     Broker broker(_numbering([](const Received & /*message*/) { return std::nullopt; }));
     Log log(1);
-    ASSERT_EQ(_submit(1500), 1);
+    ASSERT_EQ(_submit(3000), 1);  // time for two polls
     EXPECT_EQ(l_answers.await(1), (Answers::List{{1, kTimedOut}}));
     EXPECT_NE(cloudApi, nullptr);  // the thread does not take SIGPIPE
     cloud_api_destroy();

@@ -57,7 +57,7 @@ void _request() {
 void _ignore(int32_t /*id*/, const char * /*text*/) {}
 
 void _wait_for_callback() {
-    static_cast<void>(kxcc_send_request_async("{}", 1500, 1, _ignore));
+    static_cast<void>(kxcc_send_request_async("{}", 3000, 1, _ignore));
     for (;;) {
         pause();
     }

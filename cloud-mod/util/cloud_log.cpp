@@ -30,8 +30,7 @@ bool cloud_log_on(LogLevel level) {
     return on;
 }
 
-void cloud_log_write(LogLevel level, const char *unit, int line, const char *function, const char *format,
-                     ...) {
+void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...) {
     const int saved = errno;
     std::array<char, kUsualMessageSize> usual{};
     HeapText whole;
@@ -51,7 +50,7 @@ void cloud_log_write(LogLevel level, const char *unit, int line, const char *fun
 
     const HeapText stamp(cloud_time_string());
     printf("%s | %5s | pid:%d | %s:%d | %s | - %s\n", stamp != nullptr ? stamp.get() : "",
-           level == LogLevel::kDebug ? "debug" : "error", static_cast<int>(getpid()), unit, line, function,
-           whole != nullptr ? whole.get() : usual.data());
+           level == LogLevel::kDebug ? "debug" : "error", static_cast<int>(getpid()), site.unit, site.line,
+           site.function, whole != nullptr ? whole.get() : usual.data());
     errno = saved;
 }

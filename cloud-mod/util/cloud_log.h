@@ -14,19 +14,28 @@ enum class LogLevel { kError = 1, kDebug = 4 };
 /// the first; a debug message looks for "/tmp/log.4" alone. Leaves errno as it was.
 [[nodiscard]] bool cloud_log_on(LogLevel level);
 
+/// Where a line comes from.
+struct LogSite {
+    const char *unit;
+    const char *function;
+    int line;
+};
+
 /// Writes one line with a single call of printf, not flushed. Leaves errno as it was.
-/// @param unit      source unit, as it shall appear.
 /// @param format    printf format of the message, without the newline; any length of the result is
 ///                  written whole (cut at 255 characters only when there is no memory left).
-void cloud_log_write(LogLevel level, const char *unit, int line, const char *function, const char *format,
-                     ...) __attribute__((format(printf, 5, 6)));
+void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...)
+    __attribute__((format(printf, 3, 4)));
+
+#define CLOUD_HERE (LogSite{kLogUnit, __func__, __LINE__})
 
 // Macros, so that a line that is switched off evaluates none of its arguments.
-#define CLOUD_LOG_AT(level, ...)                                               \
-    do {                                                                       \
-        if (cloud_log_on(level)) {                                             \
-            cloud_log_write(level, kLogUnit, __LINE__, __func__, __VA_ARGS__); \
-        }                                                                      \
+#define CLOUD_LOG_FOR(level, site, ...)                \
+    do {                                               \
+        if (cloud_log_on(level)) {                     \
+            cloud_log_write(level, site, __VA_ARGS__); \
+        }                                              \
     } while (0)
+#define CLOUD_LOG_AT(level, ...) CLOUD_LOG_FOR(level, CLOUD_HERE, __VA_ARGS__)
 #define CLOUD_DEBUG(...) CLOUD_LOG_AT(LogLevel::kDebug, __VA_ARGS__)
 #define CLOUD_ERROR(...) CLOUD_LOG_AT(LogLevel::kError, __VA_ARGS__)
