@@ -11,6 +11,7 @@
 #include <iostream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -27,6 +28,7 @@ namespace {
 using emulator::json;
 
 constexpr int kNoCommand = 127;
+constexpr int kNoDevice = 125;  // a failure of this program's own
 constexpr int kRestarted = -1;
 constexpr size_t kImageBytes = 4000000;
 constexpr std::chrono::milliseconds kLookEvery{50};
@@ -114,55 +116,66 @@ json _read_json(const std::string &path) {
     return path.empty() ? json::object() : json::parse(std::ifstream(path), nullptr, true, true);
 }
 
-}  // namespace
+struct Options {
+    enum class Command { kRun, kShell, kDemo, kProgress } chosen = Command::kRun;
+    std::string scenario;
+    std::string cloud;
+    std::string journal;
+    emulator::DeviceOptions device;
+    std::vector<std::string> words;  // of the command to run
+};
 
-int main(int argc, char **argv) try {
-    if (argc > 2 && std::string_view(argv[1]) == "record") {
-        emulator::enter_device();  // only reports the script
-    }
+// @return false when there is nothing left to do; *status is then the program's.
+bool _parse(int argc, char **argv, Options &options, int &status) {
+    using Command = Options::Command;
     CLI::App app{"A Wi-Fi range extender, emulated: the neighbours of cloud_msg in a private device."};
     app.require_subcommand(1);
-    std::string scenario_path;
-    std::string journal_path;
-    std::string cloud_path;
-    emulator::DeviceOptions options;
-    std::vector<std::string> command;
-    CLI::App *run = app.add_subcommand("run", "Run a command on the device; exits with its status.");
-    CLI::App *shell = app.add_subcommand("shell", "An interactive shell on the device.");
-    CLI::App *demo = app.add_subcommand("demo", "Plays the life of a device, step by step.");
-    const CLI::App *progress =
-        app.add_subcommand("progress", "Shows a firmware command's progress; in the shell of a device.");
+    const auto add = [&](const char *name, Command command, const char *text) {
+        CLI::App *one = app.add_subcommand(name, text);
+        one->callback([&options, command] { options.chosen = command; });
+        return one;
+    };
+    CLI::App *run = add("run", Command::kRun, "Run a command on the device; exits with its status.");
+    CLI::App *shell = add("shell", Command::kShell, "An interactive shell on the device.");
+    CLI::App *demo = add("demo", Command::kDemo, "Plays the life of a device, step by step.");
+    add("progress", Command::kProgress, "Shows a firmware command's progress; in the shell of a device.");
     for (CLI::App *each : {run, shell, demo}) {
-        each->add_option("--journal", journal_path, "File that gets a JSON line for everything that happens");
+        each->add_option("--journal", options.journal,
+                         "File that gets a JSON line for everything that happens");
     }
     for (CLI::App *each : {run, shell}) {
-        each->add_option("--scenario", scenario_path, "Faults and start values, JSON")
+        each->add_option("--scenario", options.scenario, "Faults and start values, JSON")
             ->check(CLI::ExistingFile);
-        each->add_option("--cloud", cloud_path, "Changes to the model of the cloud, JSON")
+        each->add_option("--cloud", options.cloud, "Changes to the model of the cloud, JSON")
             ->check(CLI::ExistingFile);
-        each->add_option("--flash", options.flash, "Folder that is the flash and outlives the run")
+        each->add_option("--flash", options.device.flash, "Folder that is the flash and outlives the run")
             ->check(CLI::ExistingDirectory);
     }
-    run->add_option("command", command, "The command, after --")->required();
-    CLI11_PARSE(app, argc, argv);
-    if (progress->parsed()) {
-        return _progress();
+    run->add_option("command", options.words, "The command, after --")->required();
+    try {
+        app.parse(argc, argv);
+        return true;
+    } catch (const CLI::ParseError &error) {
+        status = app.exit(error) == 0 ? 0 : kNoDevice;
+        return false;
     }
+}
 
+// Enters the device and does there what was chosen.
+int _play(Options &options) {
     // Files of the host: read and opened while its /tmp is still in sight.
-    const json scenario = _read_json(scenario_path);
-    const json cloud = _read_json(cloud_path);
+    const json scenario = _read_json(options.scenario);
+    const json cloud = _read_json(options.cloud);
     std::FILE *sink = nullptr;
-    if (!journal_path.empty() && (sink = std::fopen(journal_path.c_str(), "we")) == nullptr) {
-        std::perror(journal_path.c_str());
-        return 1;
+    if (!options.journal.empty() && (sink = std::fopen(options.journal.c_str(), "we")) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), options.journal);
     }
-    if (!command.empty()) {
-        options.keep.push_back(command.front());
+    if (!options.words.empty()) {
+        options.device.keep.push_back(options.words.front());
     }
-    emulator::enter_device(options);
+    emulator::enter_device(options.device);
     int status = 0;
-    if (demo->parsed()) {
+    if (options.chosen == Options::Command::kDemo) {
         status = emulator::play_demo(sink);
     } else {
         emulator::Device device(scenario, cloud, sink);
@@ -172,13 +185,28 @@ int main(int argc, char **argv) try {
             server.set_rules(json::parse(R"([{"method":"GET","do":{"trickle":{"bytes":20000,"ms":20}}}])"));
         }
         emulator::put_status_file();
-        status = shell->parsed() ? _shell(device) : std::max(_in_front(device, command), 0);
+        const bool by_hand = options.chosen == Options::Command::kShell;
+        status = by_hand ? _shell(device) : std::max(_in_front(device, options.words), 0);
     }
     if (sink != nullptr) {
         std::fclose(sink);
     }
     return status;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) try {
+    if (argc > 2 && std::string_view(argv[1]) == "record") {
+        emulator::enter_device();  // only reports the script
+    }
+    Options options;
+    int status = 0;
+    if (!_parse(argc, argv, options, status)) {
+        return status;
+    }
+    return options.chosen == Options::Command::kProgress ? _progress() : _play(options);
 } catch (const std::exception &error) {
     std::cerr << "extender: " << error.what() << '\n';
-    return 1;
+    return kNoDevice;
 }
