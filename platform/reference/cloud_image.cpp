@@ -24,7 +24,7 @@ struct MakeOptions {
 
 // A pattern without period within any image (xorshift), so that no stretch of it passes for another:
 // a download that resumes at a wrong offset shows.
-[[nodiscard]] bool _fillPattern(void *context, unsigned char *room, size_t size) {
+[[nodiscard]] bool _fill_pattern(void *context, unsigned char *room, size_t size) {
     auto *const state = static_cast<uint64_t *>(context);
     for (size_t i = 0; i < size; ++i) {
         *state ^= *state << 13;
@@ -35,7 +35,7 @@ struct MakeOptions {
     return true;
 }
 
-[[nodiscard]] bool _fillFromFile(void *context, unsigned char *room, size_t size) {
+[[nodiscard]] bool _fill_from_file(void *context, unsigned char *room, size_t size) {
     return state_readAll(*static_cast<const int *>(context), {room, size}) == static_cast<ssize_t>(size);
 }
 
@@ -51,7 +51,7 @@ struct MakeOptions {
     return kExitUsage;
 }
 
-[[nodiscard]] bool _parseOptions(int argc, char **argv, MakeOptions *options) {
+[[nodiscard]] bool _parse_options(int argc, char **argv, MakeOptions *options) {
     if (argc % 2 != 0) {
         return false;
     }
@@ -71,7 +71,7 @@ struct MakeOptions {
            (options->size != nullptr) != (options->payload != nullptr);
 }
 
-[[nodiscard]] int _makeFrom(const MakeOptions &options, uint64_t size, ImageSource source, void *context) {
+[[nodiscard]] int _make_from(const MakeOptions &options, uint64_t size, ImageSource source, void *context) {
     const UniqueFd output(open(options.output, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
     if (!output.ok()) {
         return _failed(options.output, strerror(errno));
@@ -91,7 +91,7 @@ struct MakeOptions {
         if (!owner.ok() || fstat(payload, &found) != 0) {
             return _failed(options.payload, "cannot be read");
         }
-        return _makeFrom(options, static_cast<uint64_t>(found.st_size), _fillFromFile, &payload);
+        return _make_from(options, static_cast<uint64_t>(found.st_size), _fill_from_file, &payload);
     }
     uint64_t size = 0;
     const char *const end = options.size + strlen(options.size);
@@ -100,7 +100,7 @@ struct MakeOptions {
         return _usage();
     }
     uint64_t state = 0x9e3779b97f4a7c15;
-    return _makeFrom(options, size, _fillPattern, &state);
+    return _make_from(options, size, _fill_pattern, &state);
 }
 
 [[nodiscard]] int _info(const char *path) {
@@ -124,7 +124,7 @@ int main(int argc, char **argv) {
         return _info(argv[2]);
     }
     MakeOptions options;
-    if (command == "make" && _parseOptions(argc - 2, argv + 2, &options)) {
+    if (command == "make" && _parse_options(argc - 2, argv + 2, &options)) {
         return _make(options);
     }
     return _usage();

@@ -48,11 +48,11 @@ constexpr Field kFields[] = {
     {"account", "password", Kind::kText, 133, 513},
 };
 
-[[nodiscard]] bool _isOf(const Field &field, const Record &record) {
+[[nodiscard]] bool _is_of(const Field &field, const Record &record) {
     return strcmp(field.record, record.name) == 0;
 }
 
-[[nodiscard]] const Record *_findRecord(const char *name) {
+[[nodiscard]] const Record *_find_record(const char *name) {
     for (const Record &record : kRecords) {
         if (strcmp(record.name, name) == 0) {
             return &record;
@@ -80,14 +80,15 @@ constexpr Field kFields[] = {
     return kExitFailed;
 }
 
-[[nodiscard]] WrpOpEntry _writeEntry(const Record &record, const RecordBytes &bytes) {
+[[nodiscard]] WrpOpEntry _write_entry(const Record &record, const RecordBytes &bytes) {
     return {record.writeId, reinterpret_cast<uintptr_t>(bytes.data()), record.size, 0, 0};
 }
 
 // An account list of zeros would still be an account that was written: there is an id to clear it.
-[[nodiscard]] WrpOpEntry _clearEntry(const Record &record) {
+[[nodiscard]] WrpOpEntry _clear_entry(const Record &record) {
     static constexpr RecordBytes kZeros{};
-    return &record == &kAccountRecord ? WrpOpEntry{kAccountClearId, 0, 0, 0, 0} : _writeEntry(record, kZeros);
+    return &record == &kAccountRecord ? WrpOpEntry{kAccountClearId, 0, 0, 0, 0}
+                                      : _write_entry(record, kZeros);
 }
 
 // Fields -------------------------------------------------------------------------------------------
@@ -101,7 +102,7 @@ constexpr Field kFields[] = {
     return value;
 }
 
-void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
+void _set_number(const Field &field, uint32_t value, RecordBytes *bytes) {
     if (field.size == sizeof(value)) {
         memcpy(bytes->data() + field.offset, &value, sizeof(value));
     } else {
@@ -109,7 +110,7 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
     }
 }
 
-[[nodiscard]] bool _addMember(cJSON *object, const Field &field, const RecordBytes &bytes) {
+[[nodiscard]] bool _add_member(cJSON *object, const Field &field, const RecordBytes &bytes) {
     if (field.kind != Kind::kText) {
         return cJSON_AddNumberToObject(object, field.name, _number(field, bytes)) != nullptr;
     }
@@ -119,7 +120,7 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
 }
 
 // @return what is wrong with the value; null when it was taken over.
-[[nodiscard]] const char *_setField(const Field &field, const cJSON *value, RecordBytes *bytes) {
+[[nodiscard]] const char *_set_field(const Field &field, const cJSON *value, RecordBytes *bytes) {
     if (field.kind == Kind::kText) {
         if (!cJSON_IsString(value)) {
             return "must be a text";
@@ -137,24 +138,24 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
     if (!(given >= 0 && given <= highest) || static_cast<uint32_t>(given) != given) {
         return "must be a whole number that fits";
     }
-    _setNumber(field, field.kind == Kind::kCount ? 0 : static_cast<uint32_t>(given), bytes);
+    _set_number(field, field.kind == Kind::kCount ? 0 : static_cast<uint32_t>(given), bytes);
     return nullptr;
 }
 
-[[nodiscard]] const Field *_findField(const Record &record, const char *name) {
+[[nodiscard]] const Field *_find_field(const Record &record, const char *name) {
     for (const Field &field : kFields) {
-        if (_isOf(field, record) && strcmp(field.name, name) == 0) {
+        if (_is_of(field, record) && strcmp(field.name, name) == 0) {
             return &field;
         }
     }
     return nullptr;
 }
 
-[[nodiscard]] bool _setMembers(const Record &record, const cJSON *object, RecordBytes *bytes) {
+[[nodiscard]] bool _set_members(const Record &record, const cJSON *object, RecordBytes *bytes) {
     const cJSON *member = nullptr;
     cJSON_ArrayForEach(member, object) {
-        const Field *const field = _findField(record, member->string);
-        const char *const fault = field == nullptr ? "is no field" : _setField(*field, member, bytes);
+        const Field *const field = _find_field(record, member->string);
+        const char *const fault = field == nullptr ? "is no field" : _set_field(*field, member, bytes);
         if (fault != nullptr) {
             fprintf(stderr, "cloud_store: %s of %s %s\n", member->string, record.name, fault);
             return false;
@@ -165,14 +166,14 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
 
 // Commands -----------------------------------------------------------------------------------------
 
-[[nodiscard]] JsonTree _toJson(const Record &record) {
+[[nodiscard]] JsonTree _to_json(const Record &record) {
     RecordBytes bytes{};
     JsonTree object(cJSON_CreateObject());
     if (!_read(record, &bytes)) {
         return nullptr;
     }
     for (const Field &field : kFields) {
-        if (_isOf(field, record) && !_addMember(object.get(), field, bytes)) {
+        if (_is_of(field, record) && !_add_member(object.get(), field, bytes)) {
             return nullptr;
         }
     }
@@ -186,7 +187,7 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
 [[nodiscard]] int _dump() {
     const JsonTree all(cJSON_CreateObject());
     for (const Record &record : kRecords) {
-        JsonTree object = _toJson(record);
+        JsonTree object = _to_json(record);
         if (object == nullptr || cJSON_AddItemToObject(all.get(), record.name, object.get()) == 0) {
             return kExitFailed;
         }
@@ -196,7 +197,7 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
 }
 
 [[nodiscard]] int _get(const Record &record) {
-    const JsonTree object = _toJson(record);
+    const JsonTree object = _to_json(record);
     return object == nullptr ? kExitFailed : _print(JsonText(cJSON_PrintUnformatted(object.get())).get());
 }
 
@@ -211,23 +212,23 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
     if (!_read(record, &bytes)) {
         return kExitFailed;
     }
-    if (!_setMembers(record, object.get(), &bytes)) {
+    if (!_set_members(record, object.get(), &bytes)) {
         return kExitUsage;
     }
-    WrpOpEntry entry = _writeEntry(record, bytes);
+    WrpOpEntry entry = _write_entry(record, bytes);
     return _write({&entry, 1});
 }
 
-[[nodiscard]] int _clearAll() {
+[[nodiscard]] int _clear_all() {
     std::array<WrpOpEntry, std::size(kRecords)> entries;
     for (size_t i = 0; i < entries.size(); ++i) {
-        entries[i] = _clearEntry(kRecords[i]);
+        entries[i] = _clear_entry(kRecords[i]);
     }
     return _write(entries);
 }
 
 [[nodiscard]] int _clear(const Record &record) {
-    WrpOpEntry entry = _clearEntry(record);
+    WrpOpEntry entry = _clear_entry(record);
     return _write({&entry, 1});
 }
 
@@ -249,12 +250,12 @@ void _setNumber(const Field &field, uint32_t value, RecordBytes *bytes) {
 
 int main(int argc, char **argv) {
     const char *const command = argc > 1 ? argv[1] : "";
-    const Record *const record = argc > 2 ? _findRecord(argv[2]) : nullptr;
+    const Record *const record = argc > 2 ? _find_record(argv[2]) : nullptr;
     if (argc == 2 && strcmp(command, "dump") == 0) {
         return _dump();
     }
     if (argc == 2 && strcmp(command, "clear") == 0) {
-        return _clearAll();
+        return _clear_all();
     }
     if (record == nullptr) {
         return _usage();

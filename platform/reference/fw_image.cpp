@@ -54,19 +54,19 @@ void _put32(uint8_t (&field)[4], uint32_t value) {
     return value;
 }
 
-[[nodiscard]] bool _isVersionText(std::string_view text) {
+[[nodiscard]] bool _is_version_text(std::string_view text) {
     return !text.empty() && text.size() < sizeof(ImageHeader::version) &&
            std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
 }
 
-[[nodiscard]] bool _isVersionField(const char (&field)[128]) {
+[[nodiscard]] bool _is_version_field(const char (&field)[128]) {
     const size_t length = strnlen(field, sizeof(field));
-    return _isVersionText({field, length}) &&
+    return _is_version_text({field, length}) &&
            std::all_of(field + length, field + sizeof(field), [](char c) { return c == '\0'; });
 }
 
 // The order gives each file the error that tells most about it.
-[[nodiscard]] ImageError _checkHeader(const ImageHeader &header, off_t fileSize) {
+[[nodiscard]] ImageError _check_header(const ImageHeader &header, off_t fileSize) {
     if (memcmp(header.magic, kMagic, sizeof(kMagic)) != 0) {
         return kImageNoMagic;
     }
@@ -77,10 +77,10 @@ void _put32(uint8_t (&field)[4], uint32_t value) {
     if (length == 0 || fileSize != static_cast<off_t>(sizeof(ImageHeader)) + static_cast<off_t>(length)) {
         return kImageBadLength;
     }
-    return _isVersionField(header.version) ? kImageGood : kImageBadVersion;
+    return _is_version_field(header.version) ? kImageGood : kImageBadVersion;
 }
 
-[[nodiscard]] ImageError _checkPayload(int fd, int copyTo, const ImageHeader &header) {
+[[nodiscard]] ImageError _check_payload(int fd, int copyTo, const ImageHeader &header) {
     Chunk chunk;
     Sha256 sha;
     sha.add(&header, offsetof(ImageHeader, digest));
@@ -104,7 +104,7 @@ void _put32(uint8_t (&field)[4], uint32_t value) {
                                                                                     : kImageBadChecksum;
 }
 
-[[nodiscard]] std::span<unsigned char> _bytesOf(ImageHeader *header) {
+[[nodiscard]] std::span<unsigned char> _bytes_of(ImageHeader *header) {
     return {reinterpret_cast<unsigned char *>(header), sizeof(*header)};
 }
 
@@ -122,25 +122,25 @@ int image_open(const char *path) {
 ImageError image_check(int fd, int copyTo, ImageHeader *header) {
     *header = {};
     struct stat found {};
-    const ssize_t got = state_readAll(fd, _bytesOf(header));
+    const ssize_t got = state_readAll(fd, _bytes_of(header));
     if (got < 0 || fstat(fd, &found) != 0) {
         return kImageUnreadable;
     }
     if (static_cast<size_t>(got) != sizeof(*header)) {
         return kImageNoMagic;
     }
-    const ImageError error = _checkHeader(*header, found.st_size);
+    const ImageError error = _check_header(*header, found.st_size);
     if (error != kImageGood) {
         return error;
     }
-    if (copyTo >= 0 && !state_writeAll(copyTo, _bytesOf(header))) {
+    if (copyTo >= 0 && !state_writeAll(copyTo, _bytes_of(header))) {
         return kImageNotInstalled;
     }
-    return _checkPayload(fd, copyTo, *header);
+    return _check_payload(fd, copyTo, *header);
 }
 
 bool image_make(int fd, std::string_view version, uint64_t payloadLength, ImageSource source, void *context) {
-    if (!_isVersionText(version) || payloadLength == 0 || payloadLength > UINT32_MAX) {
+    if (!_is_version_text(version) || payloadLength == 0 || payloadLength > UINT32_MAX) {
         return false;
     }
     ImageHeader header{};
@@ -164,7 +164,7 @@ bool image_make(int fd, std::string_view version, uint64_t payloadLength, ImageS
         sha.add(chunk.data(), size);
         left -= size;
     }
-    return sha.finish(header.digest) && lseek(fd, 0, SEEK_SET) == 0 && state_writeAll(fd, _bytesOf(&header));
+    return sha.finish(header.digest) && lseek(fd, 0, SEEK_SET) == 0 && state_writeAll(fd, _bytes_of(&header));
 }
 
 uint32_t image_payloadLength(const ImageHeader &header) {

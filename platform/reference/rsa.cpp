@@ -18,16 +18,16 @@ namespace {
 
 using CipherBytes = std::array<unsigned char, kKeySize>;
 
-[[nodiscard]] constexpr bool _isSpace(char c) {
+[[nodiscard]] constexpr bool _is_space(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 // Accepts blanks and line breaks anywhere: tools wrap Base64, forms and shells leave an end of line.
-[[nodiscard]] bool _decodeCipher(const char *text, CipherBytes *cipher) {
+[[nodiscard]] bool _decode_cipher(const char *text, CipherBytes *cipher) {
     std::array<unsigned char, kCipherTextSize - 1> packed;
     size_t used = 0;
     for (; *text != '\0'; ++text) {
-        if (_isSpace(*text)) {
+        if (_is_space(*text)) {
             continue;
         }
         if (used == packed.size()) {
@@ -50,7 +50,7 @@ int librsa_get_keys(char *key1, char *key2, char *key3) {
 char *librsa_decrypt(const char *cipherText, char *key1, char *key2, char *key3) {
     CipherBytes cipher;
     RsaKey key;
-    if (cipherText == nullptr || key3 == nullptr || !_decodeCipher(cipherText, &cipher) ||
+    if (cipherText == nullptr || key3 == nullptr || !_decode_cipher(cipherText, &cipher) ||
         !key.fromTexts(key1, key2, key3)) {
         return nullptr;
     }

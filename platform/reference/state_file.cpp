@@ -29,7 +29,7 @@ constexpr mode_t kFileMode = 0600;
     return value != nullptr && *value != '\0' ? value : nullptr;
 }
 
-[[nodiscard]] bool _besideStore(const char *name, PathText *path) {
+[[nodiscard]] bool _beside_store(const char *name, PathText *path) {
     PathText store;
     if (!state_storeFile(&store)) {
         return false;
@@ -42,14 +42,14 @@ constexpr mode_t kFileMode = 0600;
     return _join(path, store.data(), name);
 }
 
-[[nodiscard]] bool _makeOneFolder(const char *path) {
+[[nodiscard]] bool _make_one_folder(const char *path) {
     struct stat found {};
     return mkdir(path, kFolderMode) == 0 ||
            (errno == EEXIST && stat(path, &found) == 0 && S_ISDIR(found.st_mode));
 }
 
 // The writer before may have renamed or removed the file while this one waited for its lock.
-[[nodiscard]] bool _isStillAt(int fd, const char *path) {
+[[nodiscard]] bool _is_still_at(int fd, const char *path) {
     struct stat held {};
     struct stat named {};
     return fstat(fd, &held) == 0 && lstat(path, &named) == 0 && held.st_dev == named.st_dev &&
@@ -66,7 +66,7 @@ constexpr mode_t kFileMode = 0600;
 }
 
 // The new name is only safe from a power cut once its folder is on the disk.
-void _syncFolderOf(const PathText &file) {
+void _sync_folder_of(const PathText &file) {
     PathText folder = file;
     char *const slash = strrchr(folder.data(), '/');
     if (slash == nullptr) {
@@ -100,21 +100,21 @@ bool state_keyFile(PathText *path) {
     if (const char *const file = _variable(kKeyFileVariable)) {
         return _join(path, file, "");
     }
-    return _besideStore(kKeyName, path);
+    return _beside_store(kKeyName, path);
 }
 
 bool state_flashFile(const char *name, PathText *path) {
     if (const char *const folder = _variable(kFlashFolderVariable)) {
         return _join(path, folder, "/", name);
     }
-    return _besideStore(name, path);
+    return _beside_store(name, path);
 }
 
 bool state_makeFolderOf(const PathText &file) {
     PathText folder = file;
     for (char *at = folder.data() + 1; (at = strchr(at, '/')) != nullptr; ++at) {
         *at = '\0';
-        if (!_makeOneFolder(folder.data())) {
+        if (!_make_one_folder(folder.data())) {
             return false;
         }
         *at = '/';
@@ -171,7 +171,7 @@ bool PendingFile::open(const PathText &path, Wait wait) {
         if (!fd.ok() || !_lock(fd.get(), wait)) {
             return false;
         }
-        if (_isStillAt(fd.get(), temporary_.data())) {
+        if (_is_still_at(fd.get(), temporary_.data())) {
             fd_ = std::move(fd);  // what a killed writer left in it goes now
             return ftruncate(fd_.get(), 0) == 0;
         }
@@ -183,6 +183,6 @@ bool PendingFile::commit() {
         return false;
     }
     fd_.reset();
-    _syncFolderOf(path_);
+    _sync_folder_of(path_);
     return true;
 }

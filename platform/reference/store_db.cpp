@@ -20,7 +20,7 @@ constexpr char kCreate[] =
 
 // SQLite would make the file readable to everyone. It is not open here yet: closing a second descriptor
 // of an open database would drop its locks.
-[[nodiscard]] bool _makeFile(const PathText &path) {
+[[nodiscard]] bool _make_file(const PathText &path) {
     if (!state_makeFolderOf(path)) {
         return false;
     }
@@ -40,7 +40,7 @@ StoreDb::Opened StoreDb::open(Mode mode) {
         if (mode == Mode::kRead) {
             return errno == ENOENT ? Opened::kEmpty : Opened::kFailed;
         }
-        if (!_makeFile(path)) {
+        if (!_make_file(path)) {
             return Opened::kFailed;
         }
     }

@@ -25,7 +25,7 @@ constexpr int kRefused = -1;
 bool l_transactionOpen = false;  // one thread at a time comes here
 int32_t l_reply = 0;             // what wrpDoCmdWithoutID lends to its caller
 
-[[nodiscard]] bool _askForRestart(const ImageHeader &header) {
+[[nodiscard]] bool _ask_for_restart(const ImageHeader &header) {
     PathText path;
     PendingFile file;
     if (!state_flashFile(kRestartName, &path) || !file.open(path, PendingFile::Wait::kUntilFree)) {
@@ -53,7 +53,7 @@ int32_t l_reply = 0;             // what wrpDoCmdWithoutID lends to its caller
     if (error != kImageGood) {
         return error;
     }
-    return flash.commit() && _askForRestart(header) ? kImageGood : kImageNotInstalled;
+    return flash.commit() && _ask_for_restart(header) ? kImageGood : kImageNotInstalled;
 }
 
 }  // namespace

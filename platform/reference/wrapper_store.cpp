@@ -24,7 +24,7 @@ struct Operation {
 
 using Group = std::span<const WrpOpEntry>;
 
-[[nodiscard]] Operation _lookUp(uintptr_t objectId) {
+[[nodiscard]] Operation _look_up(uintptr_t objectId) {
     if (objectId == kAccountRemoveId) {
         return {&kAccountRecord, Action::kRemoveAccount};
     }
@@ -45,7 +45,7 @@ using Group = std::span<const WrpOpEntry>;
 // A length that differs shows a caller with another idea of the record: nothing is copied for it, not
 // even the part that would fit.
 [[nodiscard]] bool _fits(const WrpOpEntry &entry, int direction) {
-    const Operation operation = _lookUp(entry.objectId);
+    const Operation operation = _look_up(entry.objectId);
     if (operation.record == nullptr || (operation.action == Action::kGet) != (direction == WRP_READ)) {
         return false;
     }
@@ -69,12 +69,12 @@ using Group = std::span<const WrpOpEntry>;
 }
 
 // Writers leave the count at 0; an account without a user name is none.
-void _fillCount(std::span<unsigned char> account) {
+void _fill_count(std::span<unsigned char> account) {
     const int32_t count = account[kAccountNameOffset] != '\0' ? 1 : 0;
     memcpy(account.data(), &count, sizeof(count));
 }
 
-[[nodiscard]] bool _removeAccount(StoreDb *store, std::span<const unsigned char> account) {
+[[nodiscard]] bool _remove_account(StoreDb *store, std::span<const unsigned char> account) {
     std::array<unsigned char, kAccountRecord.size> stored;
     if (!store->get(kAccountRecord.name, stored)) {
         return false;
@@ -85,14 +85,14 @@ void _fillCount(std::span<unsigned char> account) {
 }
 
 [[nodiscard]] bool _apply(StoreDb *store, const WrpOpEntry &entry) {
-    const Operation operation = _lookUp(entry.objectId);
+    const Operation operation = _look_up(entry.objectId);
     switch (operation.action) {
         case Action::kGet:
             return store->get(operation.record->name, _output(entry));
         case Action::kPut:
             return store->put(operation.record->name, _input(entry));
         case Action::kRemoveAccount:
-            return _removeAccount(store, _input(entry));
+            return _remove_account(store, _input(entry));
         case Action::kClearAccounts:
             return store->erase(kAccountRecord.name);
     }
@@ -112,8 +112,8 @@ void _fillCount(std::span<unsigned char> account) {
         } else if (!_apply(&store, entry)) {
             return false;
         }
-        if (_lookUp(entry.objectId).record == &kAccountRecord) {
-            _fillCount(output);
+        if (_look_up(entry.objectId).record == &kAccountRecord) {
+            _fill_count(output);
         }
     }
     return true;
