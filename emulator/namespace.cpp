@@ -68,7 +68,7 @@ public:
         } else {
             std::ofstream(target).flush();
         }
-        _mount(source.c_str(), target, nullptr, MS_BIND | MS_REC);
+        _mount(source.c_str(), target, "none", MS_BIND | MS_REC);
     }
 
 private:
@@ -193,7 +193,7 @@ void _make_device(const DeviceOptions &options) {
     if (!g_flash_is_private && !flash.ok()) {
         _fail("flash folder " + options.flash);
     }
-    _mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE);
+    _mount("none", "/", "none", MS_REC | MS_PRIVATE);
     _private_folder("/tmp", g_kept_in_tmp, "mode=01777");
     if (g_flash_is_private) {
         _private_folder(kFlashPath, kept_in_flash, "mode=0755");
