@@ -21,15 +21,16 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
 set(CMAKE_C_FLAGS_INIT "${DEVICE_FLAGS}")
 set(CMAKE_CXX_FLAGS_INIT "${DEVICE_FLAGS}")
-# The warning: a length that GCC cannot follow through mbedTLS once it optimises across it.
-# Sections per function here too: that is where link-time optimisation makes the code.
+# The program is optimised as one unit, with a section for each function, so that its pieces can be put
+# in order. DEVICE_EXTRA_LINK: for those who link differently (bench/footprint).
 set(DEVICE_EXTRA_LINK "" CACHE STRING "More flags for linking programs")
 set(CMAKE_EXE_LINKER_FLAGS_INIT
-    "${DEVICE_LINK_FLAGS} -ffunction-sections -fdata-sections -Wno-stringop-overflow ${DEVICE_EXTRA_LINK}")
+    "${DEVICE_LINK_FLAGS} -flto-partition=one -ffunction-sections -fdata-sections \
+-Wl,-T,${CMAKE_CURRENT_LIST_DIR}/device_layout.ld ${DEVICE_EXTRA_LINK}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS}")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
-# libcurl names its own libraries, with their folder, in its .pc file.
+# libcurl has TLS inside.
 set(CMAKE_FIND_ROOT_PATH ${DEVICE_SYSROOT}/reference ${DEVICE_SYSROOT})
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
