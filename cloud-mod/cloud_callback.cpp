@@ -236,7 +236,9 @@ void *callback_thread(void *argument) {
     CLOUD_DEBUG("callback thread loop start");
     for (;;) {
         usleep(kLoopSleepMs * kUsPerMs);
-        if (_scan(api) && api->callbackStop != 0) {
+        // Read before the scan: it then sees every request that was inserted before the stop.
+        const bool stopping = api->callbackStop != 0;
+        if (_scan(api) && stopping) {
             close(api->threadFd.exchange(kNoDescriptor));
             return nullptr;
         }
