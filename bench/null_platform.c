@@ -53,7 +53,9 @@ int wrpDoCmdWithoutID(unsigned command, void *in, unsigned inLength, void **repl
     return -1;
 }
 
-int wrpWithdrawTransID(void) { return -1; }
+int wrpWithdrawTransID(void) {
+    return -1;
+}
 
 void wrpMemPoolMonitor(void) {}
 
