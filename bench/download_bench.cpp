@@ -57,6 +57,7 @@ Times _measure(Device &device, const std::vector<std::string> &argv, const char 
 Times _median(const std::vector<Times> &rounds) {
     const auto middle = [&](double Times::*member) {
         std::vector<double> values;
+        values.reserve(rounds.size());
         for (const Times &times : rounds) {
             values.push_back(times.*member);
         }
