@@ -69,12 +69,11 @@ using ApiOwner = std::unique_ptr<CloudApi, Releaser<free>>;
 
 void _install_hooks() {
     struct sigaction action {};
-    action.sa_flags = SA_RESTART;
-    // None of the three interrupts another's teardown.
     sigemptyset(&action.sa_mask);
-    for (const int number : {SIGTERM, SIGINT, SIGPIPE}) {
-        sigaddset(&action.sa_mask, number);
-    }
+    sigaddset(&action.sa_mask, SIGPIPE);
+    // SIGTERM and SIGINT stay open in each handler: whoever asks a second time, while a teardown still
+    // waits for callbacks, gets the end at once.
+    action.sa_flags = SA_RESTART | SA_NODEFER;
     action.sa_handler = cloud_api_sigint_handle;
     sigaction(SIGTERM, &action, nullptr);
     sigaction(SIGINT, &action, nullptr);

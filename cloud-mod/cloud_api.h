@@ -59,7 +59,8 @@ void cloud_api_destroy();
 /// Prints the instance on standard output, whatever the log level.
 void cloud_api_dump(CloudApi *api);
 
-/// SIGINT, SIGTERM: teardown, then _exit(-1): status 255 without exit handlers.
+/// SIGINT, SIGTERM: teardown, then _exit(-1): status 255 without exit handlers. During a teardown,
+/// also that of another handler: _exit(-1) at once.
 void cloud_api_sigint_handle(int number);
 
 /// SIGPIPE: teardown; the interrupted write fails and the program goes on.

@@ -90,16 +90,21 @@ TEST(Signals, EndAWaitForACallbackOnceItCame) {
 }
 
 TEST(Signals, EndATeardownAtOnce) {
-    const Child child([] {
-        static_cast<void>(kxcc_send_request_async("{}", 600000, 1, _ignore));
-        cloud_api_destroy();  // waits for the request
-    });
-    Broker broker(_pending);
-    child.start();
-    broker.await(66, 2);  // by then the teardown has begun
-    child.signal(SIGTERM);
-    broker.await_closed(1);
-    EXPECT_EQ(child.status(), 255);
+    for (const int first : {0, SIGTERM, SIGINT, SIGPIPE}) {
+        const Child child([first] {
+            static_cast<void>(kxcc_send_request_async("{}", 600000, 1, _ignore));
+            if (first == 0) {
+                cloud_api_destroy();  // waits for the request, as the handlers do
+            }
+            raise(first);
+        });
+        Broker broker(_pending);
+        child.start();
+        broker.await(66, 2);  // by then the teardown has begun
+        child.signal(SIGTERM);
+        broker.await_closed(1);
+        EXPECT_EQ(child.status(), 255) << first;
+    }
 }
 
 }  // namespace
