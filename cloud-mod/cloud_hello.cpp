@@ -102,17 +102,17 @@ bool cloud_hello_result(const char *body, kxcc_hello_result *result, JsonTree *a
         CLOUD_ERROR("parse message error");
         return false;
     }
-    const cJSON *const fields = cJSON_GetObjectItemCaseSensitive(answer->get(), "result");
-    if (cJSON_IsObject(fields) == 0) {
-        CLOUD_ERROR("get result error");
-        return false;
-    }
     if (!cloud_json_int(answer->get(), "error_code", &result->errorCode)) {
         CLOUD_ERROR("parse inner errorcode error");
         return false;
     }
     if (result->errorCode != 0) {
-        CLOUD_ERROR("inner errorcode:%d", result->errorCode);
+        CLOUD_ERROR("inner errorcode:%d", result->errorCode);  // such an answer mostly has no "result"
+    }
+    const cJSON *const fields = cJSON_GetObjectItemCaseSensitive(answer->get(), "result");
+    if (cJSON_IsObject(fields) == 0) {
+        CLOUD_ERROR("get result error");
+        return false;
     }
     result->firmwareDownloadPage = cloud_json_text(fields, "fwDlPage");
     result->info = cloud_json_text(fields, "kcspInfo");

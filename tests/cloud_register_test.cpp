@@ -256,7 +256,7 @@ TEST(RegisterDispatch, HandsOverCompleteGreetingAnswersOnly) {
         {R"({"response":"{}"})", "", "parse errorcode error"},
         {R"({"errorcode":0,"response":5})", "", "parse response error"},
         {answer("hello"), "", "parse message error"},
-        {answer(R"({\"error_code\":0})"), "", "get result error"},
+        {answer(R"({\"error_code\":-7})"), "", "inner errorcode:-7 / get result error"},
         {answer(R"({\"result\":{)" + fields + "}}"), "", "parse inner errorcode error"},
         {answer(R"({\"error_code\":0,\"result\":{\"kcspStatus\":1}})"), "", "get result error"},
     };
