@@ -24,7 +24,7 @@ int32_t register_thread_destroy(CloudApi *api);
 /// The thread. @param argument the instance. @return null, or (void *)1 after a failed start.
 void *register_thread(void *argument);
 
-/// Opens the thread's connection into `registerFd` (set also when the broker then refuses).
+/// Opens the thread's connection into `registerFd`, which is set once the broker lets it in.
 [[nodiscard]] bool register_thread_connect_daemon(CloudApi *api);
 
 /// Handles one message of the broker with the handler and hooks of `cloudApi`.
