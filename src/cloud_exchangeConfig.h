@@ -2,8 +2,9 @@
 //
 // kStatusPath holds one JSON object of at most 511 bytes that another component makes; three of its members
 // are ours: "fw_status", "dwProgress" (percent), "cloud_start". All others keep their order and values;
-// ours move to the end. The file is replaced as a whole and never created. No lock: of two updates at once
-// one may be lost.
+// ours move to the end. A document that grows beyond 511 bytes by that is written, and then no longer read:
+// who makes it leaves room for ours. The file is replaced as a whole and never created. No lock: of two
+// updates at once one may be lost.
 #pragma once
 
 #include <cstdint>

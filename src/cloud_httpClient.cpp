@@ -22,14 +22,16 @@ constinit HttpClientFileInfo g_httpClientFileInfo{};
 namespace {
 
 constexpr size_t kNameRecordRoom = 2048;
+constexpr int32_t kPercentMax = 100;
 constexpr int kFailuresMax = 5;  // in a row, without a byte
 constexpr double kNothing = 0.0001;
 constexpr unsigned int kModeEnd = 2;
 
 constinit uint32_t localFileSize = 0;  // bytes present at the start of a transfer, its resume offset
 
+// At most 100, also when more is here than the server announced.
 int32_t _percent(double part, double whole) {
-    return cloud_clampTo<int32_t>(part * 100.0 / whole);
+    return std::min(cloud_clampTo<int32_t>(part * 100.0 / whole), kPercentMax);
 }
 
 // A partial image counts only for the image whose name was recorded with it.
@@ -196,6 +198,9 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
         CLOUD_LOG("URL is NULL!\n");
         return -1;
     }
+    if (localPath == nullptr) {
+        return -1;
+    }
     CLOUD_LOG("URL: %s", url);
     CURL *handle = nullptr;
     if (initCurlEasyHandle(&handle) != 0) {
@@ -257,7 +262,7 @@ int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int 
         return -1;
     }
     if (mode == kFirmwareMode && g_httpClientFileInfo.progress == 0) {
-        g_httpClientFileInfo.progress = 100;
+        g_httpClientFileInfo.progress = kPercentMax;
     }
     return 0;
 }

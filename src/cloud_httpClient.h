@@ -34,7 +34,7 @@ extern constinit HttpClientFileInfo
 ///         refuses to resume.
 int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int mode);
 
-/// The download proper. @param localPath  in: the image's name record; out: the path of the file.
+/// The download proper. @param localPath  in: the image's name record; out: the path of the file; null: -1.
 int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode);
 
 /// libcurl's write callback: appends to `stream`, a FILE without buffer, counts and reports.
