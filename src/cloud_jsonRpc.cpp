@@ -51,9 +51,11 @@ cJSON *cloud_jsonParseStr(const char *pBuf) {
         CLOUD_LOG("pBuf is NULL!\n");
         return nullptr;
     }
-    cJSON *tree = cJSON_Parse(pBuf);
+    // The place of the error as a result of the call: the library's variable for it is every thread's.
+    const char *end = pBuf;
+    cJSON *tree = cJSON_ParseWithOpts(pBuf, &end, 0);
     if (tree == nullptr) {
-        CLOUD_LOG("Error before: [%s]\n", cJSON_GetErrorPtr());
+        CLOUD_LOG("Error before: [%s]\n", end);
     }
     return tree;
 }
