@@ -19,83 +19,86 @@ namespace {
 
 constexpr char kLogUnit[] = "cloud_interface";
 
+// The helpers log in the name of the public call that they work for, `call`.
+
 using ShortBody = std::array<char, kShortBodySize>;
 
 // Gives the main connection, made on first use. The bare descriptor, because the instance may be
 // gone as soon as something is sent on it.
-[[nodiscard]] bool _main_connection(int *fd) {
+[[nodiscard]] bool _main_connection(const char *call, int *fd) {
     CloudApi *api = cloudApi;
     if (api != nullptr) {
-        CLOUD_DEBUG("cloud api already exists");
+        CLOUD_DEBUG_IN(call, "cloud api already exists");
     } else {
         api = cloud_api_init();
         cloudApi = api;
         if (api == nullptr) {
-            CLOUD_DEBUG("cloud api init error");
+            CLOUD_DEBUG_IN(call, "cloud api init error");
             return false;
         }
-        CLOUD_DEBUG("cloud api init success");
+        CLOUD_DEBUG_IN(call, "cloud api init success");
     }
     *fd = api->clientFd;
     return true;
 }
 
 // Sends one message and receives the next, whatever its type. `level` is that of the failures' logs.
-[[nodiscard]] int32_t _exchange(LogLevel level, int fd, Message message, const char *text, uint32_t *type,
-                                HeapText *body) {
+[[nodiscard]] int32_t _exchange(const char *call, LogLevel level, int fd, Message message, const char *text,
+                                uint32_t *type, HeapText *body) {
     const int32_t sent = cloud_ipc_send(fd, static_cast<uint32_t>(message), text);
     if (sent != KXCC_OK) {
-        CLOUD_LOG_AT(level, "ipc send error");
+        CLOUD_LOG_IN(level, call, "ipc send error");
         return sent;
     }
     char *received = nullptr;
     const int32_t result = cloud_ipc_recv(fd, type, &received);
     body->reset(received);
     if (result != KXCC_OK) {
-        CLOUD_LOG_AT(level, "ipc recv error");
+        CLOUD_LOG_IN(level, call, "ipc recv error");
     }
     return result;
 }
 
 // Sends a notification or a query and reads the reply's "errorcode".
 // Returns KXCC_OK with *errorCode and *tree, or the library's code.
-[[nodiscard]] int32_t _ask_broker(Message message, const char *text, int32_t *errorCode, JsonTree *tree) {
+[[nodiscard]] int32_t _ask_broker(const char *call, Message message, const char *text, int32_t *errorCode,
+                                  JsonTree *tree) {
     int fd = -1;
-    if (!_main_connection(&fd)) {
+    if (!_main_connection(call, &fd)) {
         return KXCC_ERROR_SEND;
     }
     uint32_t type = 0;
     HeapText body;
-    const int32_t result = _exchange(LogLevel::kError, fd, message, text, &type, &body);
+    const int32_t result = _exchange(call, LogLevel::kError, fd, message, text, &type, &body);
     if (result != KXCC_OK) {
         return result;
     }
     *tree = cloud_json_parse(body.get());
     if (*tree == nullptr) {
-        CLOUD_ERROR("parse message error");
+        CLOUD_ERROR_IN(call, "parse message error");
         return KXCC_ERROR_REPLY;
     }
     if (!cloud_json_int(tree->get(), "errorcode", errorCode)) {
-        CLOUD_ERROR("parse errorcode error");
+        CLOUD_ERROR_IN(call, "parse errorcode error");
         return KXCC_ERROR_REPLY;
     }
     return KXCC_OK;
 }
 
-[[nodiscard]] int32_t _status(Message query) {
+[[nodiscard]] int32_t _status(const char *call, Message query) {
     JsonTree tree;
     int32_t errorCode = 0;
-    const int32_t result = _ask_broker(query, nullptr, &errorCode, &tree);
+    const int32_t result = _ask_broker(call, query, nullptr, &errorCode, &tree);
     if (result != KXCC_OK) {
         return result;
     }
     if (errorCode != 0) {
-        CLOUD_ERROR("errorcode:%d", errorCode);
+        CLOUD_ERROR_IN(call, "errorcode:%d", errorCode);
         return errorCode;
     }
     int32_t status = 0;
     if (!cloud_json_int(tree.get(), "status", &status)) {
-        CLOUD_ERROR("parse status error");
+        CLOUD_ERROR_IN(call, "parse status error");
         return KXCC_ERROR_REPLY;
     }
     return status;
@@ -110,98 +113,99 @@ using ShortBody = std::array<char, kShortBodySize>;
 }
 
 // Reads the reply to a submitted request: its id, the broker's code, or the library's.
-[[nodiscard]] int32_t _accepted_id(const char *body, int32_t *id) {
+[[nodiscard]] int32_t _accepted_id(const char *call, const char *body, int32_t *id) {
     const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
-        CLOUD_ERROR("json parse error");
+        CLOUD_ERROR_IN(call, "json parse error");
         return KXCC_ERROR_REPLY;
     }
     int32_t errorCode = 0;
     if (!cloud_json_int(tree.get(), "errorcode", &errorCode)) {
-        CLOUD_ERROR("errorcode parse error");
+        CLOUD_ERROR_IN(call, "errorcode parse error");
         return KXCC_ERROR_REPLY;
     }
     if (errorCode != 0) {
-        CLOUD_ERROR("send request async error");
+        CLOUD_ERROR_IN(call, "send request async error");
         return errorCode;
     }
     if (!cloud_json_int(tree.get(), "id", id)) {
-        CLOUD_ERROR("id parse error");
+        CLOUD_ERROR_IN(call, "id parse error");
         return KXCC_ERROR_REPLY;
     }
-    CLOUD_DEBUG("send request success, got id:%d", *id);
+    CLOUD_DEBUG_IN(call, "send request success, got id:%d", *id);
     return KXCC_OK;
 }
 
 // Hands the polling for an accepted request to the callback thread.
-[[nodiscard]] int32_t _poll_in_background(int32_t id, int32_t timeout, kxcc_callback callback) {
+[[nodiscard]] int32_t _poll_in_background(const char *call, int32_t id, int32_t timeout,
+                                          kxcc_callback callback) {
     CloudApi *const api = cloudApi;  // not the one from before the exchange: it may be gone
     const int32_t inserted = callback_insert(api, id, timeout, callback);
     if (inserted != KXCC_OK) {
-        CLOUD_DEBUG("callback thread insert error");
+        CLOUD_DEBUG_IN(call, "callback thread insert error");
         return inserted;
     }
     const int32_t created = callback_thread_create(api);
     if (created != KXCC_OK) {
-        CLOUD_DEBUG("callback thread create error");
+        CLOUD_DEBUG_IN(call, "callback thread create error");
         return created;
     }
-    CLOUD_DEBUG("callback thread create & insert success");
+    CLOUD_DEBUG_IN(call, "callback thread create & insert success");
     return KXCC_OK;
 }
 
-[[nodiscard]] int32_t _submit(Message message, const char *request, int32_t timeout, int32_t flag,
-                              kxcc_callback callback) {
+[[nodiscard]] int32_t _submit(const char *call, Message message, const char *request, int32_t timeout,
+                              int32_t flag, kxcc_callback callback) {
     int fd = -1;
-    if (!_main_connection(&fd)) {
+    if (!_main_connection(call, &fd)) {
         return KXCC_ERROR_SEND;
     }
     const int32_t waited = timeout < 0 ? kDefaultTimeoutMs : timeout;
     const JsonText envelope = _envelope(request, waited, flag);
     if (envelope == nullptr) {
-        CLOUD_DEBUG("create json error");
+        CLOUD_DEBUG_IN(call, "create json error");
         return KXCC_ERROR_GENERAL;
     }
     uint32_t type = 0;
     HeapText body;
-    int32_t result = _exchange(LogLevel::kDebug, fd, message, envelope.get(), &type, &body);
+    int32_t result = _exchange(call, LogLevel::kDebug, fd, message, envelope.get(), &type, &body);
     if (result != KXCC_OK) {
         return result;
     }
     int32_t id = 0;
-    result = _accepted_id(body.get(), &id);
+    result = _accepted_id(call, body.get(), &id);
     if (result == KXCC_OK && callback != nullptr) {
-        result = _poll_in_background(id, waited, callback);
+        result = _poll_in_background(call, id, waited, callback);
     }
     return result == KXCC_OK ? id : result;
 }
 
 // Reads the reply to a poll. On KXCC_OK *text is a heap copy of the answer.
-[[nodiscard]] int32_t _answer(const char *body, char **text) {
+[[nodiscard]] int32_t _answer(const char *call, const char *body, char **text) {
     const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
-        CLOUD_ERROR("parse json error, msg:%s", body);
+        CLOUD_ERROR_IN(call, "parse json error, msg:%s", body);
         return KXCC_ERROR_REPLY;
     }
     int32_t id = 0;
     if (!cloud_json_int(tree.get(), "id", &id)) {
-        CLOUD_ERROR("get id error");
+        CLOUD_ERROR_IN(call, "get id error");
         return KXCC_ERROR_REPLY;
     }
     int32_t errorCode = 0;
     if (!cloud_json_int(tree.get(), "errorcode", &errorCode) || errorCode == KXCC_ERROR_PENDING) {
-        CLOUD_DEBUG("response has not reach yet");
+        CLOUD_DEBUG_IN(call, "response has not reach yet");
         return KXCC_ERROR_PENDING;
     }
     // Any other code, an error too, means that the request is over: the text tells how.
     const char *const response = cloud_json_text(tree.get(), "response");
     if (response == nullptr) {
-        CLOUD_ERROR("parse response error");
+        CLOUD_ERROR_IN(call, "parse response error");
         return KXCC_ERROR_REPLY;
     }
     *text = cloud_string_dup(response);
     if (*text == nullptr) {
-        CLOUD_ERROR("string dup error");
+        CLOUD_ERROR_IN(call, "string dup error");
         return KXCC_ERROR_GENERAL;
     }
     return KXCC_OK;
@@ -210,12 +214,12 @@ using ShortBody = std::array<char, kShortBodySize>;
 }  // namespace
 
 int32_t kxcc_send_request_async(const char *request, int32_t timeout, int32_t flag, kxcc_callback callback) {
-    return _submit(Message::kSubmit, request, timeout, flag, callback);
+    return _submit(__func__, Message::kSubmit, request, timeout, flag, callback);
 }
 
 int32_t kxcc_send_request_async_noaccount(const char *request, int32_t timeout, int32_t flag,
                                           kxcc_callback callback) {
-    return _submit(Message::kSubmitNoAccount, request, timeout, flag, callback);
+    return _submit(__func__, Message::kSubmitNoAccount, request, timeout, flag, callback);
 }
 
 int32_t kxcc_get_response(int32_t id, char **text) {
@@ -229,7 +233,7 @@ int32_t kxcc_get_response(int32_t id, char **text) {
     uint32_t type = 0;
     HeapText body;
     const int32_t result =
-        _exchange(LogLevel::kError, api->clientFd, Message::kAsk, poll.data(), &type, &body);
+        _exchange(__func__, LogLevel::kError, api->clientFd, Message::kAsk, poll.data(), &type, &body);
     if (result != KXCC_OK) {
         return result;
     }
@@ -238,7 +242,7 @@ int32_t kxcc_get_response(int32_t id, char **text) {
                     body != nullptr ? body.get() : "(null)");
         return KXCC_ERROR_GENERAL;
     }
-    return _answer(body.get(), text);
+    return _answer(__func__, body.get(), text);
 }
 
 int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text) {
@@ -264,14 +268,14 @@ int32_t kxcc_notify_cloud_brd(int32_t event) {
     snprintf(text.data(), text.size(), "{\"event\":%d}", event);
     JsonTree tree;
     int32_t errorCode = 0;
-    const int32_t result = _ask_broker(Message::kEvent, text.data(), &errorCode, &tree);
+    const int32_t result = _ask_broker(__func__, Message::kEvent, text.data(), &errorCode, &tree);
     return result == KXCC_OK ? errorCode : result;
 }
 
 int32_t kxcc_get_link_status(void) {
-    return _status(Message::kLinkStatus);
+    return _status(__func__, Message::kLinkStatus);
 }
 
 int32_t kxcc_get_logic_status(void) {
-    return _status(Message::kLogicStatus);
+    return _status(__func__, Message::kLogicStatus);
 }

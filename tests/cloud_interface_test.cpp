@@ -114,6 +114,28 @@ INSTANTIATE_TEST_SUITE_P(
         Reply{"LogicCut", kxcc_get_logic_status, frame(99, "{}").substr(0, 9), -1000, "ipc recv error"}),
     [](const auto &tested) { return tested.param.name; });
 
+TEST(InterfaceLogs, InTheNameOfTheCall) {
+    const struct {
+        int32_t (*call)();
+        std::optional<std::string> bytes;
+        const char *logged;
+    } rows[] = {
+        {_submit, std::nullopt, " kxcc_send_request_async | - ipc recv error\n"},
+        {_submit_noaccount, std::nullopt, " kxcc_send_request_async_noaccount | - ipc recv error\n"},
+        {_poll, frame(67, "{}"), " kxcc_get_response | - get id error\n"},
+        {_notify, frame(81, "{}"), " kxcc_notify_cloud_brd | - parse errorcode error\n"},
+        {kxcc_get_link_status, frame(97, ""), " kxcc_get_link_status | - parse message error\n"},
+        {kxcc_get_logic_status, frame(99, "{}").substr(0, 9), " cloud_ipc_recv | - message body receive"},
+    };
+    for (const auto &row : rows) {
+        const Broker broker([&](const Received & /*message*/) { return row.bytes; });
+        Log log(4);
+        row.call();
+        EXPECT_THAT(log.raw(), testing::HasSubstr(row.logged));
+        cloud_api_destroy();
+    }
+}
+
 TEST(InterfaceSends, ItsMessages) {
     Broker broker([](const Received &message) {
         return frame(message.type + 1, R"({"errorcode":0,"id":5,"status":1,"response":"x"})");

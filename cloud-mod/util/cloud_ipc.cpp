@@ -101,20 +101,20 @@ template <auto kCall>
     return static_cast<ssize_t>(done);
 }
 
-[[nodiscard]] int32_t _receive_body(int fd, uint32_t type, uint32_t length, char **body) {
+[[nodiscard]] int32_t _receive_body(const char *call, int fd, uint32_t type, uint32_t length, char **body) {
     *body = length <= kLongestBody ? static_cast<char *>(malloc(static_cast<size_t>(length) + 1)) : nullptr;
     if (*body == nullptr) {
-        CLOUD_ERROR("message string malloc error");
+        CLOUD_ERROR_IN(call, "message string malloc error");
         return KXCC_ERROR_GENERAL;
     }
     const ssize_t count = _read_all(fd, *body, length);
     // Also a short body is a text for whoever looks at it.
     (*body)[count > 0 ? count : 0] = '\0';
     if (count != static_cast<ssize_t>(length)) {
-        CLOUD_ERROR("message body receive error, n:%d", static_cast<int>(count));
+        CLOUD_ERROR_IN(call, "message body receive error, n:%d", static_cast<int>(count));
         return KXCC_ERROR_GENERAL;
     }
-    CLOUD_DEBUG("recv, type:%d, message:%s", static_cast<int>(type), *body);
+    CLOUD_DEBUG_IN(call, "recv, type:%d, message:%s", static_cast<int>(type), *body);
     return KXCC_OK;
 }
 
@@ -189,7 +189,7 @@ int32_t cloud_ipc_recv(int fd, uint32_t *type, char **body) {
         CLOUD_DEBUG("recv, type:%d, message:(nil)", static_cast<int>(*type));
         return KXCC_OK;
     }
-    return _receive_body(fd, *type, length, body);
+    return _receive_body(__func__, fd, *type, length, body);
 }
 
 int cloud_ipc_wait(int fd, int timeoutMs) {

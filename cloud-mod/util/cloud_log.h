@@ -36,6 +36,9 @@ void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ..
             cloud_log_write(level, site, __VA_ARGS__); \
         }                                              \
     } while (0)
-#define CLOUD_LOG_AT(level, ...) CLOUD_LOG_FOR(level, CLOUD_HERE, __VA_ARGS__)
-#define CLOUD_DEBUG(...) CLOUD_LOG_AT(LogLevel::kDebug, __VA_ARGS__)
-#define CLOUD_ERROR(...) CLOUD_LOG_AT(LogLevel::kError, __VA_ARGS__)
+// For a helper that speaks for one of several calls: the line is its own, the function the call's.
+#define CLOUD_LOG_IN(level, call, ...) CLOUD_LOG_FOR(level, (LogSite{kLogUnit, call, __LINE__}), __VA_ARGS__)
+#define CLOUD_DEBUG(...) CLOUD_LOG_FOR(LogLevel::kDebug, CLOUD_HERE, __VA_ARGS__)
+#define CLOUD_ERROR(...) CLOUD_LOG_FOR(LogLevel::kError, CLOUD_HERE, __VA_ARGS__)
+#define CLOUD_DEBUG_IN(call, ...) CLOUD_LOG_IN(LogLevel::kDebug, call, __VA_ARGS__)
+#define CLOUD_ERROR_IN(call, ...) CLOUD_LOG_IN(LogLevel::kError, call, __VA_ARGS__)
