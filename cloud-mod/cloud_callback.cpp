@@ -193,17 +193,8 @@ int32_t callback_thread_create(CloudApi *api) {
         CLOUD_ERROR("parameter error");
         return KXCC_ERROR_PARAMETER;
     }
-    if (cloud_thread_runs(api->callbackThread)) {
-        CLOUD_DEBUG("callback thread already exist, tid:%u",
-                    static_cast<unsigned>(api->callbackThread.handle));
-        return KXCC_OK;
-    }
-    if (cloud_thread_start(&api->callbackThread, callback_thread, api) != 0) {
-        CLOUD_DEBUG("thread create error");
-        return KXCC_ERROR_GENERAL;
-    }
-    CLOUD_DEBUG("callback thread create success");
-    return KXCC_OK;
+    return cloud_thread_ensure(&api->callbackThread, api,
+                               {callback_thread, "callback", "thread create error"}, CLOUD_HERE);
 }
 
 int32_t callback_thread_destroy(CloudApi *api) {

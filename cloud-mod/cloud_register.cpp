@@ -214,17 +214,8 @@ int32_t register_thread_create(CloudApi *api) {
         CLOUD_ERROR("parameter error");
         return KXCC_ERROR_PARAMETER;
     }
-    if (cloud_thread_runs(api->registerThread)) {
-        CLOUD_DEBUG("register thread already exist, tid:%u",
-                    static_cast<unsigned>(api->registerThread.handle));
-        return KXCC_OK;
-    }
-    if (cloud_thread_start(&api->registerThread, register_thread, api) != 0) {
-        CLOUD_DEBUG("pthread create error");
-        return KXCC_ERROR_GENERAL;
-    }
-    CLOUD_DEBUG("register thread create success");
-    return KXCC_OK;
+    return cloud_thread_ensure(&api->registerThread, api,
+                               {register_thread, "register", "pthread create error"}, CLOUD_HERE);
 }
 
 int32_t register_thread_destroy(CloudApi *api) {

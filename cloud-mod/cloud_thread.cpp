@@ -1,5 +1,7 @@
 #include "cloud_thread.h"
 
+#include <kxcc.h>
+
 #include <ctime>
 
 #include "cloud_ipc.h"
@@ -31,11 +33,24 @@ bool cloud_thread_runs(const CloudThread &thread) {
     return thread.joinable && thread.gaveUp == 0;
 }
 
-int cloud_thread_start(CloudThread *thread, void *(*run)(void *), void *argument) {
+int32_t cloud_thread_ensure(CloudThread *thread, CloudApi *api, const ThreadStart &start,
+                            const LogSite &site) {
+    if (cloud_thread_runs(*thread)) {
+        CLOUD_LOG_FOR(LogLevel::kDebug, site, "%s thread already exist, tid:%u", start.name,
+                      static_cast<unsigned>(thread->handle));
+        return KXCC_OK;
+    }
     cloud_thread_join(thread);
-    const SignalsBlocked inherited;  // by the new thread
-    thread->joinable = pthread_create(&thread->handle, nullptr, run, argument) == 0;
-    return thread->joinable ? 0 : -1;
+    {
+        const SignalsBlocked inherited;  // by the new thread
+        thread->joinable = pthread_create(&thread->handle, nullptr, start.run, api) == 0;
+    }
+    if (!thread->joinable) {
+        CLOUD_LOG_FOR(LogLevel::kDebug, site, "%s", start.failure);
+        return KXCC_ERROR_GENERAL;
+    }
+    CLOUD_LOG_FOR(LogLevel::kDebug, site, "%s thread create success", start.name);
+    return KXCC_OK;
 }
 
 void cloud_thread_join(CloudThread *thread) {

@@ -11,6 +11,10 @@
 #include <csignal>
 #include <cstdint>
 
+#include "cloud_log.h"
+
+struct CloudApi;
+
 /// Keeps SIGPIPE, SIGINT and SIGTERM from this thread for the length of its scope. Whoever holds a
 /// lock of the instance outside the library's own threads holds one of these around it: a handler
 /// would wait for that lock for ever.
@@ -36,9 +40,18 @@ struct CloudThread {
 /// Does the thread count as running? Yes from its start until it is joined or has given up.
 [[nodiscard]] bool cloud_thread_runs(const CloudThread &thread);
 
-/// Starts `run(argument)` with the signals blocked. A thread that gave up before is joined first.
-/// @return 0 or -1 when no thread can be started.
-[[nodiscard]] int cloud_thread_start(CloudThread *thread, void *(*run)(void *), void *argument);
+/// What differs between the starts of the two threads.
+struct ThreadStart {
+    void *(*run)(void *);  ///< gets the instance; starts with the signals blocked
+    const char *name;      ///< begins the log's "<name> thread already exist", "<name> thread create success"
+    const char *failure;   ///< logged when no thread can be started
+};
+
+/// Makes sure that the thread runs. One that gave up before is joined first.
+/// @param site  whose call it is: all is logged in that name.
+/// @return 0 or KXCC_ERROR_GENERAL when no thread can be started.
+[[nodiscard]] int32_t cloud_thread_ensure(CloudThread *thread, CloudApi *api, const ThreadStart &start,
+                                          const LogSite &site);
 
 /// Waits until the thread has ended; does nothing when there is none.
 void cloud_thread_join(CloudThread *thread);
