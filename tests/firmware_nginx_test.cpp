@@ -134,7 +134,7 @@ private:
                        kFolder +
                        "/e;\n"
                        "server { " +
-                       listen + " root " + kFolder + "/root; " + keys +
+                       listen + " root " + kFolder + "/site; " + keys +
                        " location /old/ { return 302 /fw.bin; } }\n}\n");
         process_.emplace(
             Strings{"/usr/sbin/nginx", "-e", kFolder + "/error.log", "-c", kFolder + "/nginx.conf"});
@@ -156,9 +156,9 @@ class ForeignServer : public testing::TestWithParam<bool> {};
 TEST_P(ForeignServer, GivesTheImageFreshResumedAndRedirected) {
     const bool tls = GetParam();
     Device device;
-    fs::create_directories(kFolder + "/root");
+    fs::create_directories(kFolder + "/site");
     const std::string content = pattern(kSize);
-    write_file(kFolder + "/root/fw.bin", content);
+    write_file(kFolder + "/site/fw.bin", content);
     if (tls) {
         make_certificate("authority", "localhost");
         trust("authority");
@@ -201,8 +201,8 @@ class WrongCertificate : public testing::TestWithParam<Certificate> {};
 
 TEST_P(WrongCertificate, IsRefused) {
     Device device;
-    fs::create_directories(kFolder + "/root");
-    write_file(kFolder + "/root/fw.bin", pattern(kSize));
+    fs::create_directories(kFolder + "/site");
+    write_file(kFolder + "/site/fw.bin", pattern(kSize));
     make_certificate("authority", "localhost");
     make_certificate(GetParam().authority, GetParam().host);
     trust(GetParam().trusted);
