@@ -296,7 +296,7 @@ TEST(Store, ServesTwoWritersAndAReaderAtOnce) {
 
 TEST(Store, HoldsTheOldOrTheNewGroupAfterAKill) {
     const StateFolder state;
-    for (unsigned round = 0; round < 25; ++round) {
+    for (unsigned round = 0; round < 15; ++round) {
         int ends[2];
         ASSERT_EQ(pipe(ends), 0);
         Child writer([&ends] {
@@ -311,7 +311,7 @@ TEST(Store, HoldsTheOldOrTheNewGroupAfterAKill) {
         for (unsigned i = 0; i <= round % 3; ++i) {
             ASSERT_EQ(read(ends[0], &acknowledged, 1), 1);
         }
-        for (unsigned i = 0; i < round * 997 % 5000; ++i) {
+        for (unsigned i = 0; i < round * 97 % 500; ++i) {
             std::this_thread::yield();  // to be at another place of the next write each round
         }
         writer.kill();
