@@ -22,13 +22,16 @@ pc=$(find "$stage" -name kxcc.pc)
 lib=$(dirname "$(dirname "$pc")")
 export PKG_CONFIG_PATH="${pc%/*}" LD_LIBRARY_PATH="$lib"
 
-# What the shared library shows, and what it needs.
-nm -D --defined-only "$lib/libkxcc.so" | awk '$2 == "T" { print $3 }' >"$work/shown"
-sed -n 's/.*KXCC_API .* \**\(kxcc_[a-z0-9_]*\)(.*/\1@@KXCC_1/p' "$stage/include/kxcc/kxcc.h" | LC_ALL=C sort >"$work/declared"
+# What the libraries show, and what the shared one needs.
+sed -n 's/.*KXCC_API .* \**\(kxcc_[a-z0-9_]*\)(.*/\1/p' "$stage/include/kxcc/kxcc.h" | LC_ALL=C sort >"$work/declared"
 [ "$(wc -l <"$work/declared")" -eq 8 ] || fail "the header does not declare 8 calls"
-cmp "$work/shown" "$work/declared" || fail "shown and declared calls differ"
+nm -D --defined-only "$lib/libkxcc.so" | awk '$2 == "T" { print $3 }' >"$work/shared"
+sed 's/$/@@KXCC_1/' "$work/declared" | cmp "$work/shared" - || fail "the shared library shows other calls"
+nm -g --defined-only "$lib/libkxcc.a" | awk 'NF == 3 { print $3 }' | LC_ALL=C sort >"$work/static"
+cmp "$work/static" "$work/declared" || fail "the static library shows other calls"
 readelf -d "$lib/libkxcc.so" >"$work/dynamic"
 grep -q 'SONAME.*\[libkxcc\.so\.1\]' "$work/dynamic" || fail "wrong SONAME"
+grep -q 'Flags:.*NODELETE' "$work/dynamic" || fail "it could be unloaded under its handlers"
 if grep -E 'libstdc|RPATH|RUNPATH' "$work/dynamic"; then
     fail "the library needs what it must not"
 fi
