@@ -252,7 +252,7 @@ int _wait_for(pid_t child, int *last_signal) {
 // Between clone and exec: system calls only. The raw call makes the namespaces in one step
 // even where the process has threads (a sanitizer's), which unshare refuses.
 pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const std::string &gid_map,
-                  char **argv, char **environment, const sigset_t &mask) {
+                  const char *program, char **argv, char **environment, const sigset_t &mask) {
     const long pid = syscall(SYS_clone, namespaces | SIGCHLD, nullptr, nullptr, nullptr, nullptr);
     if (pid != 0) {
         return static_cast<pid_t>(pid);
@@ -271,6 +271,8 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
         put("/proc/self/gid_map", gid_map.c_str(), gid_map.size());
     }
     sigprocmask(SIG_SETMASK, &mask, nullptr);
+    // By its path first: under valgrind the link leads to the tool. The link, where the path is gone.
+    execve(program, argv, environment);
     execve("/proc/self/exe", argv, environment);
     _exit(kNoDevice);
 }
@@ -288,16 +290,18 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
     const std::string uid_map = "0 " + std::to_string(geteuid()) + " 1";
     const std::string gid_map = "0 " + std::to_string(getegid()) + " 1";
 
+    const std::string program = fs::read_symlink("/proc/self/exe");
+
     const sigset_t set = _handed_on_signals();
     sigset_t mask;
     sigprocmask(SIG_BLOCK, &set, &mask);
-    const unsigned long own = CLONE_NEWNS | CLONE_NEWPID;
-    pid_t inner = -1;
-    if (geteuid() == 0) {
-        inner = _clone_into(own, uid_map, gid_map, argv.data(), environment.data(), mask);
-    }
+    const auto clone_into = [&](unsigned long namespaces) {
+        return _clone_into(namespaces | CLONE_NEWNS | CLONE_NEWPID, uid_map, gid_map, program.c_str(),
+                           argv.data(), environment.data(), mask);
+    };
+    pid_t inner = geteuid() == 0 ? clone_into(0) : -1;
     if (inner < 0) {
-        inner = _clone_into(own | CLONE_NEWUSER, uid_map, gid_map, argv.data(), environment.data(), mask);
+        inner = clone_into(CLONE_NEWUSER);
     }
     if (inner < 0) {
         std::cerr << "No private device: " << std::strerror(errno) << ". It needs root or user namespaces.\n";
