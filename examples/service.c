@@ -3,7 +3,9 @@
  *     service [COUNT]
  *
  * Ends after COUNT requests (default: never; SIGTERM ends it with status 255). When the broker is
- * started anew, it registers again. */
+ * started anew, it registers again; when that broker refuses, it fails, and whoever supervises it
+ * starts it anew. */
+#include <fcntl.h>
 #include <inttypes.h>
 #include <kxcc.h>
 #include <semaphore.h>
@@ -11,6 +13,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
+#include <unistd.h>
 
 enum { kCheckSeconds = 10 };
 
@@ -52,6 +55,10 @@ static void on_hello_response(const kxcc_hello_result *result) {
 static int32_t register_service(void) {
     static const kxcc_hello_hooks hooks = {on_hello_request, on_hello_response};
     const int32_t result = kxcc_register_callback_v2(on_request, &hooks);
+    if (fcntl(STDIN_FILENO, F_GETFD) < 0) {
+        /* Without a broker the library closes descriptor 0, and would close again what is next there. */
+        (void)open("/dev/null", O_RDONLY);
+    }
     if (result != KXCC_OK) {
         fprintf(stderr, "not registered: %" PRId32 "\n", result);
     } else {
@@ -70,17 +77,22 @@ static int wait_for_request(void) {
 
 int main(int argc, char **argv) {
     long left = argc > 1 ? strtol(argv[1], NULL, 10) : -1;
+    int32_t registered;
 
     sem_init(&handled, 0, 0);
     setvbuf(stdout, NULL, _IOLBF, 0);
-    if (register_service() != KXCC_OK) {
+    registered = register_service();
+    if (registered != KXCC_OK) {
         return EXIT_FAILURE;
     }
     while (left != 0) {
         if (wait_for_request()) {
             left -= left > 0 ? 1 : 0;
-        } else if (kxcc_get_link_status() == KXCC_ERROR_SEND) {
-            register_service(); /* the broker was started anew */
+        } else if (registered != KXCC_OK || kxcc_get_link_status() == KXCC_ERROR_SEND) {
+            registered = register_service(); /* the broker went, and may be back */
+            if (registered == KXCC_ERROR_TIMEOUT) {
+                return EXIT_FAILURE; /* refused: no later call would connect */
+            }
         }
     }
     return EXIT_SUCCESS; /* leaving joins the library's thread, so the last response is sent */

@@ -1,13 +1,21 @@
 /* Client library of the local cloud broker (cloud-brd): requests to the cloud, the broker's status,
  * notifications to the broker, and registration as the device's service.
  *
- * The library connects to "/tmp/cloud-brd" on the first call that needs it and leaves at exit. With
- * the first connection it installs handlers for SIGINT and SIGTERM (leave the broker, exit status
- * 255) and SIGPIPE (leave the broker; the next call connects anew).
+ * The library connects to "/tmp/cloud-brd" on the first call that needs it and leaves at exit. A
+ * connection that cannot be opened closes descriptor 0, whatever that is. Leaving the broker waits
+ * until each request with a callback has its answer or time-out.
+ *
+ * Signals: each new connection installs handlers, in place of the program's own: SIGINT and SIGTERM
+ * leave the broker and end the process with status 255 (a second one at once); SIGPIPE leaves the
+ * broker, and the next call but kxcc_get_response connects anew.
  *
  * Threads: all calls belong to one thread of the program. Callbacks, handlers and hooks run in
- * threads of the library and must not call it. Leaving the broker waits until each request with a
- * callback has its answer or time-out. */
+ * threads of the library and must not call it. Those threads block SIGPIPE, SIGINT and SIGTERM, and
+ * the program's other threads must do so, too: a handler that runs in one of them takes the
+ * connection away under a call.
+ *
+ * Log: while one of the files "/tmp/log.1" to "/tmp/log.4" exists, the library logs on standard
+ * output, with "/tmp/log.4" whole messages. */
 #ifndef KXCC_H
 #define KXCC_H
 
@@ -37,17 +45,22 @@ enum kxcc_result {
     KXCC_ERROR_PARAMETER = -7004 /* an argument that is not allowed */
 };
 
-/* Receives the answer of a request submitted with a callback, exactly once, in the library's
- * callback thread: the cloud's answer, or {"error_code":-3002,"msg":"Request timeout"}. The text is
- * the library's and goes when the callback returns. */
+/* Receives the answer of a request submitted with a callback, at most once, in the library's
+ * callback thread: the cloud's answer, or {"error_code":-3002,"msg":"Request timeout"}. It is never
+ * called when that thread's own connection to the broker failed, or when a later request was given
+ * the place of this one, whose time-out had passed: wait for it no longer than a little over the
+ * time-out. The text is the library's and goes when the callback returns. */
 typedef void (*kxcc_callback)(int32_t id, const char *text);
 
 /* Submits a request in account mode and returns once the broker has accepted it.
  * request: JSON-RPC text, copied; timeout: milliseconds, negative means 5000; flag: passed on to the
  * broker; callback: receives the answer, or null when the caller polls with kxcc_get_response.
- * Returns the request id (positive), the broker's own error code, KXCC_ERROR_GENERAL (no memory, a
- * null request, or 20 requests with a callback are pending), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE or
- * KXCC_ERROR_REPLY. */
+ * Returns the request id (positive), the broker's own error code (a positive one looks like an id),
+ * KXCC_ERROR_GENERAL (no memory, a null request, or a damaged reply), KXCC_ERROR_SEND,
+ * KXCC_ERROR_RECEIVE or KXCC_ERROR_REPLY. With a callback also these, when the request was submitted
+ * all the same and its id is lost: KXCC_ERROR_GENERAL (20 such requests are pending; or no thread can
+ * be started, and the callback may be called once a later request starts one) and
+ * KXCC_ERROR_PARAMETER (the broker gave the id 0, or the connection was lost meanwhile). */
 KXCC_API int32_t kxcc_send_request_async(const char *request, int32_t timeout, int32_t flag,
                                          kxcc_callback callback);
 
@@ -56,22 +69,22 @@ KXCC_API int32_t kxcc_send_request_async_noaccount(const char *request, int32_t 
                                                    kxcc_callback callback);
 
 /* Asks once for the answer of a submitted request. text must not be null. On 0, *text is a heap text
- * that the caller releases with free(); it is not changed on failure, but may become null.
- * Returns 0, KXCC_ERROR_PENDING (ask again later), KXCC_ERROR_PARAMETER (id not positive, or nothing
- * submitted yet), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a
- * reply of the wrong type, or no memory). */
+ * that the caller releases with free(); else it is as it was, or null when there was no memory.
+ * Never connects. Returns 0, KXCC_ERROR_PENDING (ask again later), KXCC_ERROR_PARAMETER (id not
+ * positive, or no connection: none was made yet, or SIGPIPE took it away), KXCC_ERROR_SEND,
+ * KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a reply of the wrong type, or no memory). */
 KXCC_API int32_t kxcc_get_response(int32_t id, char **text);
 
 /* Submits a request in account mode and waits for its answer, polling every 500 ms. A poll that fails
- * counts as "not yet". Arguments as for kxcc_send_request_async; on 0, *text is a heap text that the
- * caller releases with free().
+ * counts as "not yet". Arguments as for kxcc_send_request_async, with a time-out of 0 it submits and
+ * does not ask; text as for kxcc_get_response.
  * Returns 0, KXCC_ERROR_TIMEOUT once `timeout` milliseconds have passed, or what the submit returned
  * when that was negative. */
 KXCC_API int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text);
 
-/* Tells the broker of an event (3: reconnect, 10: account mode, 11: no-account mode). Returns the
- * broker's error code (0: accepted), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or
- * KXCC_ERROR_GENERAL (a damaged reply). */
+/* Tells the broker of an event (1, 2: automatic, or user-started, requests timed out repeatedly;
+ * 3: reconnect; 10: account mode; 11: no-account mode). Returns the broker's error code (0: accepted),
+ * KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a damaged reply). */
 KXCC_API int32_t kxcc_notify_cloud_brd(int32_t event);
 
 /* The broker's link to the cloud (2: connected, 4: reconnecting), or a code as of
@@ -81,8 +94,9 @@ KXCC_API int32_t kxcc_get_link_status(void);
 /* The broker's mode (1: account mode, any other: no-account mode), or a code as above. */
 KXCC_API int32_t kxcc_get_logic_status(void);
 
-/* Answers a request that the cloud sends to the device. *response: a heap text (malloc) that the
- * library releases. Returns the error code to answer with. Runs in the library's register thread. */
+/* Answers a request that the cloud sends to the device. *response: null at first; a heap text (malloc)
+ * that the library releases, or left null, which is sent as an empty text. Returns the error code to
+ * answer with. Runs in the library's register thread. request is the library's and goes on return. */
 typedef int32_t (*kxcc_request_handler)(const char *request, char **response);
 
 /* The device's greeting to the cloud. Record and texts are on the heap (malloc), and the library
@@ -112,19 +126,22 @@ typedef struct kxcc_hello_result {
     int32_t reconnectTime;
 } kxcc_hello_result;
 
+/* Both run in the library's register thread. *info is null at first; left null, no greeting is sent.
+ * The response hook is called only for a complete answer, also for one with an error code. */
 typedef void (*kxcc_hello_request_hook)(kxcc_hello_info **info);
 typedef void (*kxcc_hello_response_hook)(const kxcc_hello_result *result);
 
-/* Either hook may be null. */
+/* Either hook may be null; without the request hook the device does not greet. */
 typedef struct kxcc_hello_hooks {
     kxcc_hello_request_hook request;
     kxcc_hello_response_hook response;
 } kxcc_hello_hooks;
 
 /* Registers the program with the broker as the device's service and waits at most 5 seconds for
- * the broker's consent. handler and hooks must not be null; hooks is copied.
- * Returns 0, KXCC_ERROR_PARAMETER, KXCC_ERROR_GENERAL (no connection, no thread) or
- * KXCC_ERROR_TIMEOUT. */
+ * the broker's consent. handler and hooks must not be null; hooks is copied. After a refusal of the
+ * registration it may be called again; a failed connection of the register thread is final until the
+ * program leaves the broker. Returns 0, KXCC_ERROR_PARAMETER, KXCC_ERROR_GENERAL (no connection, no thread)
+ * or KXCC_ERROR_TIMEOUT. */
 KXCC_API int32_t kxcc_register_callback_v2(kxcc_request_handler handler, const kxcc_hello_hooks *hooks);
 
 #ifdef __cplusplus
