@@ -40,16 +40,6 @@ constexpr std::array kEffectNames{
     "garbage", "truncate",    "garbage_hex", "length",         "silence", "body",   "errorcode",
     "answer",  "cloud_error", "pending",     "ready_after_ms", "hold",    "repeat", "then"};
 
-// A misspelt fault would be no fault, and the test that scripts it could not fail.
-template <size_t N>
-void _check_names(const json &object, const std::array<const char *, N> &known) {
-    for (const auto &[name, value] : object.items()) {
-        if (std::find(known.begin(), known.end(), name) == known.end()) {
-            throw std::invalid_argument("a scenario's rule has no member " + name);
-        }
-    }
-}
-
 // The bytes of a reply after the faults that the scenario wants in it.
 std::string _faulty_frame(int type, const std::string &body, const json &effects) {
     if (effects.contains("garbage")) {
@@ -160,8 +150,8 @@ void Broker::set_rules(const json &rules) {
     const std::lock_guard lock(mutex_);
     rules_.clear();
     for (const json &rule : rules) {
-        _check_names(rule, kRuleNames);
-        _check_names(rule.at("do"), kEffectNames);
+        check_members(rule, kRuleNames, "a scenario's rule");
+        check_members(rule.at("do"), kEffectNames, "a rule's \"do\"");
         rules_.push_back({rule});
     }
 }

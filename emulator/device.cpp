@@ -24,6 +24,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::milliseconds kSettleStep{5};
+constexpr std::array kScenarioNames{"rules",       "logic",   "link",       "first_id",
+                                    "listening",   "pending", "image",      "reconnect_polls",
+                                    "description", "kmpd",    "big_endian", "reconnect_ms"};
 constexpr const char *kRestartMark = "/mnt/restart";  // left by the platform once an image is installed
 
 void _write_file(const char *path, const std::string &text) {
@@ -96,14 +99,7 @@ Device::Device(json scenario, json cloud, std::FILE *sink)
     : scenario_(scenario.is_null() ? json::object() : std::move(scenario)),
       model_(std::move(cloud)),
       journal_(sink) {
-    for (const auto &[name, value] : scenario_.items()) {
-        constexpr std::array kNames{"rules",      "logic",           "link",         "first_id", "listening",
-                                    "pending",    "reconnect_polls", "reconnect_ms", "kmpd",     "big_endian",
-                                    "description"};
-        if (std::find(kNames.begin(), kNames.end(), name) == kNames.end()) {
-            throw std::invalid_argument("a scenario has no member " + name);
-        }
-    }
+    check_members(scenario_, kScenarioNames, "a scenario");
     clear_flash();
     _start(model_);
 }

@@ -67,8 +67,13 @@ std::optional<Range> _parse_range(std::string_view text) {
         return {};
     }
     std::from_chars(from.ptr + 1, text.data() + text.size(), range.to);
-    return range;
+    return range.from <= range.to ? std::optional(range) : std::nullopt;
 }
+
+constexpr std::array kRuleNames{"path", "method", "nth", "do"};
+constexpr std::array kFaultNames{"status",      "location",   "length", "ranges",
+                                 "stall_after", "drop_after", "trickle"};
+constexpr std::array kTrickleNames{"bytes", "ms"};
 
 const char *_reason(int status) {
     switch (status) {
@@ -223,6 +228,12 @@ void ImageServer::put(const std::string &path, std::string content) {
 }
 
 void ImageServer::set_rules(const json &rules) {
+    for (const json &rule : rules) {
+        check_members(rule, kRuleNames, "an image server's rule");
+        const json &faults = rule.at("do");
+        check_members(faults, kFaultNames, "an image server's \"do\"");
+        check_members(faults.value("trickle", json::object()), kTrickleNames, "a trickle");
+    }
     const std::lock_guard lock(mutex_);
     rules_.clear();
     for (const json &rule : rules) {
@@ -250,11 +261,13 @@ void ImageServer::_serve(int fd) {
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     Connection connection(fd, stop_fd_, tls_.get());
-    while (connection.wait()) {
+    try {
         Request request;
-        if (!connection.read_request(request) || !_answer(connection, request)) {
-            return;
+        while (connection.wait() && connection.read_request(request) && _answer(connection, request)) {
+            request = {};
         }
+    } catch (const json::exception &error) {
+        journal_.add("scenario_error", {{"text", error.what()}});
     }
 }
 
@@ -289,11 +302,13 @@ ImageServer::Response ImageServer::_make_response(const Request &request, const 
     response.body = there && response.status < 300 ? std::string_view(*response.content) : "told to fail\n";
     std::string &header = response.header;
     const size_t size = response.body.size();
-    if (response.status == kPartial && range->from >= size) {
+    const bool partial =
+        range && response.status == kPartial;  // a rule may tell of one that nobody asked for
+    if (partial && range->from >= size) {
         response.status = kBadRange;
         response.body = {};
         header = "Content-Range: bytes */" + std::to_string(size) + "\r\n";
-    } else if (response.status == kPartial) {
+    } else if (partial) {
         const size_t last = std::min(range->to, size - 1);
         response.body = response.body.substr(range->from, last - range->from + 1);
         header = "Content-Range: bytes " + std::to_string(range->from) + "-" + std::to_string(last) + "/" +
@@ -320,7 +335,7 @@ ImageServer::Response ImageServer::_make_response(const Request &request, const 
 size_t ImageServer::_send_body(Connection &connection, std::string_view body, const json &faults) {
     const size_t stall_after = faults.value("stall_after", kNever);
     const json trickle = faults.value("trickle", json{{"bytes", kPieceBytes}, {"ms", 0}});
-    const size_t piece_bytes = trickle.at("bytes");
+    const size_t piece_bytes = std::max(trickle.at("bytes").get<size_t>(), size_t{1});
     const int rest_ms = trickle.at("ms");
     const std::string_view all = body.substr(0, std::min(stall_after, faults.value("drop_after", kNever)));
     size_t sent = 0;

@@ -14,7 +14,8 @@
 //   trickle     {"bytes": n, "ms": m}: so many at a time, with a rest in between
 //
 // Each answer becomes a record {"kind": "http", "method", "path", "range", "status", "sent"}: "range"
-// as asked for (or ""), "sent" the bytes of the body that went out.
+// as asked for (or ""), "sent" the bytes of the body that went out. A rule's value of a wrong type ends the
+// connection with a record {"kind": "scenario_error", "text"}.
 #pragma once
 
 #include <list>
@@ -53,6 +54,7 @@ public:
     void put(const std::string &path, std::string content);
 
     /// Replaces the rules; counters of nth begin anew.
+    /// @throws std::invalid_argument  a rule has an unknown member; json::exception, it is none.
     void set_rules(const json &rules);
 
 private:

@@ -13,6 +13,17 @@ std::string valid_utf8(std::string_view text) {
     return json::parse(dump(json(text)));
 }
 
+void check_members(const json &object, std::span<const char *const> known, const std::string &what) {
+    if (!object.is_object()) {
+        throw std::invalid_argument(what + " is no object");
+    }
+    for (const auto &[name, value] : object.items()) {
+        if (std::find(known.begin(), known.end(), name) == known.end()) {
+            throw std::invalid_argument(what + " has no member " + name);
+        }
+    }
+}
+
 void Journal::add(std::string_view kind, const json &fields) {
     const std::lock_guard lock(mutex_);
     json record{{"seq", ++seq_}, {"kind", kind}};

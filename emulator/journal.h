@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <functional>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -63,5 +64,11 @@ private:
 
 /// The text with U+FFFD in place of bytes that are no UTF-8.
 [[nodiscard]] std::string valid_utf8(std::string_view text);
+
+/// Refuses what a person has misspelt: a misspelt fault would be no fault, and the test that scripts it
+/// could not fail.
+/// @param what  the object is, for the message.
+/// @throws std::invalid_argument  it is no object, or has a member that is not known.
+void check_members(const json &object, std::span<const char *const> known, const std::string &what);
 
 }  // namespace emulator

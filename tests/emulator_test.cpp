@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "device.h"
+#include "image_server.h"
 #include "namespace.h"
 
 namespace emulator {
@@ -245,6 +246,26 @@ TEST(Scenario, RefusesWhatItDoesNotKnow) {
                  std::invalid_argument);
     EXPECT_THROW(Device(json{{"lnk", 1}}), std::invalid_argument);
     EXPECT_THROW(Device({}, json{{"acounts", 1}}), std::invalid_argument);
+    Journal journal;
+    ImageServer server(journal);
+    for (const char *rule :
+         {R"([{"pth":"/"}])", R"([{"do":{"stal_after":1}}])", R"([{"do":{"trickle":{"byte":1}}}])"}) {
+        EXPECT_THROW(server.set_rules(json::parse(rule)), std::invalid_argument) << rule;
+    }
+}
+
+TEST(ImageServerTest, AnswersAsARuleTellsWhateverWasAsked) {
+    Journal journal;
+    ImageServer server(journal);
+    server.put("/fw.bin", "content");
+    server.set_rules(json::parse(R"([{"nth":1,"do":{"status":206}},{"nth":1,"do":{"status":"none"}}])"));
+    const auto fetched = [&](const char *range) {
+        return Process({"curl", "-s", "-H", range, server.url("/fw.bin")}).wait().out;
+    };
+    EXPECT_EQ(fetched("A: b"), "content") << "206 without a range";
+    EXPECT_EQ(fetched("A: b"), "") << "a status that is none";
+    EXPECT_EQ(fetched("Range: bytes=3-1"), "content") << "a range that ends before it begins";
+    EXPECT_EQ(journal.of_kind("scenario_error").size(), 1U);
 }
 
 struct Call {
