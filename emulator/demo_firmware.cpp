@@ -15,8 +15,23 @@ constexpr size_t kImageBytes = 3000000;
 constexpr std::uintmax_t kCutAt = kImageBytes / 2;
 constexpr const char *kPartialImage = "/tmp/cloud_up_img.bin";
 constexpr const char *kImage = "/tmp/httpUploadFile.bin";
+constexpr const char *kVerified = "Verify image ok, now will reboot...";
 
 using Words = std::vector<std::string>;
+
+const Words kCheck{"cloud_msg", "check"};
+const Words kDownload{"cloud_msg", "download"};
+const Words kUpdate{"cloud_msg", "update"};
+const Words kStatus{"cat", kStatusPath};
+const Words kVersion{"cat", "/tmp/softinfo"};
+
+json _http(const char *method, int code) {
+    return {{"kind", "http"}, {"method", method}, {"status", code}};
+}
+
+json _console(const char *text) {
+    return {{"kind", "console"}, {"text", text}};
+}
 
 Run _with_progress(Device &device, const Words &argv) {
     const ProgressBar bar(std::cout);
@@ -44,6 +59,8 @@ Run _until_restart(Device &device, const Words &argv) {
     Process update = device.start(argv);
     {
         const ProgressBar bar(std::cout);
+        // The restart takes the program down in an instant: it may say first what it has to say.
+        static_cast<void>(device.journal().wait_for(has(_console(kVerified))));
         device.await_restart();
     }
     put_status_file();  // as the web interface does when it starts
@@ -62,19 +79,10 @@ void _damage_image() {
 
 }  // namespace
 
-std::vector<Step> firmware_steps(ImageServer &server) {
-    const Words check{"cloud_msg", "check"};
-    const Words download{"cloud_msg", "download"};
-    const Words update{"cloud_msg", "update"};
-    const Words status{"cat", kStatusPath};
-    const Words version{"cat", "/tmp/softinfo"};
-    const auto http = [](const char *method, int code) {
-        return json{{"kind", "http"}, {"method", method}, {"status", code}};
-    };
-    const auto console = [](const char *text) { return json{{"kind", "console"}, {"text", text}}; };
+std::vector<Step> download_steps(ImageServer &server) {
     return {
         {"The maker publishes new firmware. The device runs an older one.",
-         version,
+         kVersion,
          kSoftwareVersion,
          {},
          [&server](Device &device) {
@@ -83,46 +91,51 @@ std::vector<Step> firmware_steps(ImageServer &server) {
              server.set_rules(json::parse(R"([{"method":"GET","do":{"trickle":{"bytes":20000,"ms":10}}}])"));
          },
          {}},
-        {"It asks the cloud.", check, "0\n", {console("cloud_setNewFwInfo done.")}, {}, {}},
-        {"", status, "~\"fw_status\":\t5", {}, {}, {}},
-        {"The download is cut off halfway.", download, "", {}, {}, _cut_off},
+        {"It asks the cloud.", kCheck, "0\n", {_console("cloud_setNewFwInfo done.")}, {}, {}},
+        {"", kStatus, "~\"fw_status\":\t5", {}, {}, {}},
+        {"The download is cut off halfway.", kDownload, "", {}, {}, _cut_off},
         {"The killed run has left its lock, which keeps others out until the back end removes it.",
-         download,
+         kDownload,
          "0\n",
-         {console("download image from cloud in progress")},
+         {_console("download image from cloud in progress")},
          {},
          {}},
         {"", {"rm", "/tmp/cloud_dl_img.lock"}, "", {}, {}, {}},
         {"The next run goes on where the first one ended.",
-         download,
+         kDownload,
          "0\n",
-         {http("HEAD", 200), http("GET", 206)},
+         {_http("HEAD", 200), _http("GET", 206)},
          {},
          _with_progress},
+    };
+}
+
+std::vector<Step> update_steps() {
+    return {
         {"One bit of the image flips. The platform refuses it (five seconds pass first).",
-         update,
+         kUpdate,
          "0\n",
-         {console("Verify image failed!")},
+         {_console("Verify image failed!")},
          [](Device &) { _damage_image(); },
          _with_progress},
-        {"", status, "~\"fw_status\":\t20001", {}, {}, {}},
-        {"", version, kSoftwareVersion, {}, {}, {}},
+        {"", kStatus, "~\"fw_status\":\t20001", {}, {}, {}},
+        {"", kVersion, kSoftwareVersion, {}, {}, {}},
         {"The damaged image goes, and is fetched anew.", {"rm", kImage}, "", {}, {}, {}},
-        {"", download, "0\n", {http("GET", 200)}, {}, _with_progress},
+        {"", kDownload, "0\n", {_http("GET", 200)}, {}, _with_progress},
         {"Now it is good: verified, installed, and the device restarts.",
-         update,
+         kUpdate,
          "",
-         {console("Verify image ok, now will reboot..."), {{"kind", "restart"}}},
+         {_console(kVerified), {{"kind", "restart"}}},
          {},
          _until_restart},
-        {"", version, std::string(kNewVersion) + "\n", {}, {}, {}},
+        {"", kVersion, std::string(kNewVersion) + "\n", {}, {}, {}},
         {"Nothing newer is to be had.",
-         check,
+         kCheck,
          "0\n",
-         {console("FwList is empty! Current firmware is up to date!")},
+         {_console("FwList is empty! Current firmware is up to date!")},
          {},
          {}},
-        {"", status, "~\"fw_status\":\t5", {}, {}, {}},
+        {"", kStatus, "~\"fw_status\":\t5", {}, {}, {}},
     };
 }
 

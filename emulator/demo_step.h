@@ -23,8 +23,11 @@ struct Step {
 /// Plays a step on standard output. @return whether all was as expected; what was not is shown.
 [[nodiscard]] bool play_step(Device &device, const Step &step);
 
-/// The chapter on firmware: the way from one version to the next, an interrupted download and a damaged
-/// image included. The steps use the server, which must outlive them.
-[[nodiscard]] std::vector<Step> firmware_steps(ImageServer &server);
+/// The chapter on a new version's download, interrupted on its way. The steps use the server, which must
+/// outlive them.
+[[nodiscard]] std::vector<Step> download_steps(ImageServer &server);
+
+/// The chapter that follows it: a damaged image, then the update through to the restart.
+[[nodiscard]] std::vector<Step> update_steps();
 
 }  // namespace emulator
