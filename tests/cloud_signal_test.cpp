@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <functional>
 
@@ -90,7 +91,12 @@ TEST(Signals, EndAWaitForACallbackOnceItCame) {
 }
 
 TEST(Signals, EndATeardownAtOnce) {
-    for (const int first : {0, SIGTERM, SIGINT, SIGPIPE}) {
+#ifdef __SANITIZE_THREAD__
+    constexpr std::array kFirst{0};  // ThreadSanitizer delivers no signal within a handler
+#else
+    constexpr std::array kFirst{0, SIGTERM, SIGINT, SIGPIPE};
+#endif
+    for (const int first : kFirst) {
         const Child child([first] {
             static_cast<void>(kxcc_send_request_async("{}", 600000, 1, _ignore));
             if (first == 0) {
