@@ -23,7 +23,7 @@ inline constexpr const char *kSoftwareVersion = "1.0.3 Build 20200923 Rel.36519\
 class Device {
 public:
     /// Fresh /tmp with "device.info" and "softinfo", empty flash, neighbours started.
-    /// @param scenario  rules of the broker, and "kmpd" (docs/emulator.md).
+    /// @param scenario  rules of the broker, and "kmpd" (docs/emulator.md; "image" is for extender).
     /// @param cloud     changes to the built-in model of the cloud.
     /// @param sink      file that gets the journal's lines, or null; stays the caller's.
     explicit Device(json scenario = json::object(), json cloud = json::object(), std::FILE *sink = nullptr);

@@ -20,7 +20,7 @@
 #include "demo.h"
 #include "device.h"
 #include "firmware.h"
-#include "image_server.h"
+#include "image_scenario.h"
 #include "namespace.h"
 
 namespace {
@@ -103,12 +103,10 @@ int _shell(emulator::Device &device) {
     return code;
 }
 
-// Shows the firmware's state until it has come to an end; inside a device.
+// Shows the firmware's state until its command has ended; inside a device.
 int _progress() {
     const emulator::ProgressBar bar(std::cout);
-    while (!emulator::is_final(emulator::firmware_status())) {
-        std::this_thread::sleep_for(kLookEvery);
-    }
+    bar.await_end();
     return 0;
 }
 
@@ -179,10 +177,10 @@ int _play(Options &options) {
         status = emulator::play_demo(sink);
     } else {
         emulator::Device device(scenario, cloud, sink);
-        emulator::ImageServer server(device.journal());
+        const auto server =
+            emulator::make_image_server(device.journal(), scenario.value("image", json::object()));
         if (!cloud.contains("firmware")) {
-            emulator::offer_firmware(device, server, emulator::kNewVersion, kImageBytes);
-            server.set_rules(json::parse(R"([{"method":"GET","do":{"trickle":{"bytes":20000,"ms":20}}}])"));
+            emulator::offer_firmware(device, *server, emulator::kNewVersion, kImageBytes);
         }
         emulator::put_status_file();
         const bool by_hand = options.chosen == Options::Command::kShell;

@@ -1,8 +1,12 @@
 #include "firmware.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdint>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -12,6 +16,10 @@ namespace emulator {
 namespace {
 
 constexpr std::chrono::milliseconds kLookEvery{20};
+constexpr std::chrono::seconds kIdle{2};
+constexpr std::chrono::seconds kStuck{60};
+constexpr std::array kLockPaths{"/tmp/cloud_dl_img.lock", "/tmp/cloud_up_img.lock"};
+constexpr int kAsking = 4;
 constexpr int kBarWidth = 40;
 constexpr const char *kImagePath = "/tmp/offered.img";
 
@@ -23,7 +31,7 @@ struct State {
 
 constexpr std::array kStates{
     State{1, false, "downloading"},           State{2, true, "downloaded"},
-    State{3, false, "verifying, installing"}, State{4, false, "asking the cloud"},
+    State{3, false, "verifying, installing"}, State{kAsking, false, "asking the cloud"},
     State{5, true, "asked the cloud"},        State{11, false, "starting"},
     State{20000, true, "download failed"},    State{20001, true, "image refused"},
     State{20003, true, "check failed"},       State{20004, true, "no memory"},
@@ -37,10 +45,22 @@ std::string _content(const char *path) {
 // {status, percent}; {-1, 0} while there is no readable file.
 std::array<int, 2> _status() {
     const json document = json::parse(_content(kStatusPath), nullptr, false);
-    if (!document.is_object() || !document.contains("fw_status") || !document.contains("dwProgress")) {
-        return {-1, 0};
+    std::array<int, 2> status{-1, 0};
+    for (size_t i = 0; i < status.size(); ++i) {
+        const char *const name = i == 0 ? "fw_status" : "dwProgress";
+        if (!document.is_object() || !document.contains(name) || !document.at(name).is_number_integer()) {
+            return {-1, 0};
+        }
+        status.at(i) = document.at(name).get<int>();
     }
-    return {document.at("fw_status").get<int>(), document.at("dwProgress").get<int>()};
+    return status;
+}
+
+// A check has no lock, but is soon in the state that waits for the cloud.
+bool _seems_to_run(const State *state) {
+    return (state != nullptr && state->number == kAsking) ||
+           std::any_of(kLockPaths.begin(), kLockPaths.end(),
+                       [](const char *path) { return access(path, F_OK) == 0; });
 }
 
 const State *_find(int number) {
@@ -77,15 +97,6 @@ void put_status_file() {
     std::ofstream(kStatusPath) << R"({"fw_status":0,"dwProgress":0,"cloud_start":0})";
 }
 
-int firmware_status() {
-    return _status()[0];
-}
-
-bool is_final(int fw_status) {
-    const State *state = _find(fw_status);
-    return state != nullptr && state->final;
-}
-
 ProgressBar::ProgressBar(std::ostream &out)
     : out_(out), terminal_(isatty(&out == &std::cerr ? STDERR_FILENO : STDOUT_FILENO) != 0) {
     drawer_ = std::thread([this] {
@@ -104,6 +115,31 @@ ProgressBar::~ProgressBar() {
         out_ << '\n';
     }
     out_.flush();
+}
+
+ProgressBar::FileMark ProgressBar::_mark() {
+    struct stat status {};
+    stat(kStatusPath, &status);  // none: zeros
+    return {static_cast<int64_t>(status.st_ino), status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
+
+void ProgressBar::await_end() const {
+    // What an earlier command left there is no end of the one that is waited for, which may be about to
+    // start.
+    FileMark last = first_;
+    auto changed = std::chrono::steady_clock::now();
+    for (;; std::this_thread::sleep_for(kLookEvery)) {
+        const FileMark now = _mark();
+        if (now != last) {
+            last = now;
+            changed = std::chrono::steady_clock::now();
+        }
+        const State *state = _find(_status()[0]);
+        const bool ended = now != first_ && state != nullptr && state->final;
+        if (ended || std::chrono::steady_clock::now() - changed > (_seems_to_run(state) ? kStuck : kIdle)) {
+            return;
+        }
+    }
 }
 
 void ProgressBar::_show() {

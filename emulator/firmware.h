@@ -1,7 +1,9 @@
 // Firmware for the emulated device: what the cloud offers, and the status file with its progress bar.
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstdint>
 #include <iosfwd>
 #include <string>
 #include <thread>
@@ -31,20 +33,24 @@ public:
     ProgressBar(const ProgressBar &) = delete;
     ProgressBar &operator=(const ProgressBar &) = delete;
 
+    /// Waits until the firmware command that writes the status file has ended: the file has changed since
+    /// the bar was made, to a state that ends a command. Gives up when nothing changes: after two seconds
+    /// where no command seems to run, after a minute where one does (or was killed, and left its lock).
+    void await_end() const;
+
 private:
+    // Each change of the status file makes a new file of it, or is written over it.
+    using FileMark = std::array<int64_t, 3>;
+
+    [[nodiscard]] static FileMark _mark();
     void _show();
 
     std::ostream &out_;
     const bool terminal_;
+    const FileMark first_ = _mark();
     std::string last_;
     std::atomic<bool> ended_{false};
     std::thread drawer_;
 };
-
-/// The state in the status file: "fw_status", or -1 when there is none.
-[[nodiscard]] int firmware_status();
-
-/// Whether a state ends a command.
-[[nodiscard]] bool is_final(int fw_status);
 
 }  // namespace emulator

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "device.h"
-#include "image_server.h"
+#include "image_scenario.h"
 #include "namespace.h"
 
 namespace emulator {
@@ -268,6 +268,20 @@ TEST(ImageServerTest, AnswersAsARuleTellsWhateverWasAsked) {
     EXPECT_EQ(journal.of_kind("scenario_error").size(), 1U);
 }
 
+TEST(ImageServerTest, IsTrustedUnlessAScenarioWantsOtherwise) {
+    constexpr int kUntrusted = 60;  // curl's codes
+    constexpr int kFailed = 22;
+    for (const auto &[image, status] : {std::pair{R"({"tls":true,"trusted":false})", kUntrusted},
+                                        {R"({"tls":true,"rules":[{"do":{"status":404}}]})", kFailed}}) {
+        Journal journal;
+        const auto server = make_image_server(journal, json::parse(image));
+        server->put("/fw.bin", "content");
+        EXPECT_EQ(Process({"curl", "-sf", server->url("/fw.bin")}).wait().status, status) << image;
+    }
+    Journal journal;
+    EXPECT_THROW(make_image_server(journal, json{{"tsl", true}}), std::invalid_argument);
+}
+
 struct Call {
     const char *name;
     std::vector<std::pair<const char *, json>> before;  // method and params that succeed
@@ -482,6 +496,21 @@ std::string _extender() {
 Process _start_extender(std::vector<std::string> words) {
     words.insert(words.begin(), _extender());
     return Process(std::move(words));
+}
+
+TEST(Extender, ShowsTheProgressOfACommandThatStartsAfterAnotherHasEnded) {
+    const auto put = [](const char *status) {
+        std::ofstream("/tmp/new") << R"({"dwProgress":0,"fw_status":)" << status << '}';
+        std::filesystem::rename("/tmp/new", "/tmp/cloud.info");
+    };
+    std::ofstream("/tmp/cloud_dl_img.lock").flush();
+    put("5");
+    Process progress = _start_extender({"progress"});
+    while (progress.running() && progress.out().find("asked the cloud") == std::string::npos) {
+    }
+    put("1");
+    put("2");
+    EXPECT_THAT(progress.wait().out, testing::EndsWith("0 % downloaded\n"));
 }
 
 struct Exit {
