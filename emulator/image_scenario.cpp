@@ -22,7 +22,7 @@ constexpr const char *kAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 // A certificate that is its own authority.
 TlsFiles _make_certificate() {
     const std::string folder = kPrivateFolder;
-    const TlsFiles files{folder + "/image.pem", folder + "/image.key"};
+    TlsFiles files{folder + "/image.pem", folder + "/image.key"};
     const Run run = Process({"openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "30",
                              "-subj", "/CN=localhost", "-addext", "subjectAltName=DNS:localhost", "-out",
                              files.certificate, "-keyout", files.key})

@@ -19,7 +19,7 @@ void check_members(const json &object, std::span<const char *const> known, const
     }
     for (const auto &[name, value] : object.items()) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
-            throw std::invalid_argument(what + " has no member " + name);
+            throw std::invalid_argument((what + " has no member ").append(name));
         }
     }
 }
