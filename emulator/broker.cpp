@@ -150,7 +150,7 @@ void Broker::set_rules(const json &rules) {
     const std::lock_guard lock(mutex_);
     rules_.clear();
     for (const json &rule : rules) {
-        check_members(rule, kRuleNames, "a scenario's rule");
+        check_members(rule, kRuleNames, "a scenario's rule", {"on", "do"});
         check_members(rule.at("do"), kEffectNames, "a rule's \"do\"");
         rules_.push_back({rule});
     }

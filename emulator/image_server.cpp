@@ -229,10 +229,12 @@ void ImageServer::put(const std::string &path, std::string content) {
 
 void ImageServer::set_rules(const json &rules) {
     for (const json &rule : rules) {
-        check_members(rule, kRuleNames, "an image server's rule");
+        check_members(rule, kRuleNames, "an image server's rule", {"do"});
         const json &faults = rule.at("do");
         check_members(faults, kFaultNames, "an image server's \"do\"");
-        check_members(faults.value("trickle", json::object()), kTrickleNames, "a trickle");
+        if (faults.contains("trickle")) {
+            check_members(faults["trickle"], kTrickleNames, "a trickle", {"bytes", "ms"});
+        }
     }
     const std::lock_guard lock(mutex_);
     rules_.clear();

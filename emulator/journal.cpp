@@ -13,13 +13,19 @@ std::string valid_utf8(std::string_view text) {
     return json::parse(dump(json(text)));
 }
 
-void check_members(const json &object, std::span<const char *const> known, const std::string &what) {
+void check_members(const json &object, std::span<const char *const> known, const std::string &what,
+                   std::initializer_list<const char *> required) {
     if (!object.is_object()) {
         throw std::invalid_argument(what + " is no object");
     }
     for (const auto &[name, value] : object.items()) {
         if (std::find(known.begin(), known.end(), name) == known.end()) {
             throw std::invalid_argument((what + " has no member ").append(name));
+        }
+    }
+    for (const char *name : required) {
+        if (!object.contains(name)) {
+            throw std::invalid_argument((what + " needs the member ").append(name));
         }
     }
 }

@@ -6,6 +6,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <functional>
+#include <initializer_list>
 #include <mutex>
 #include <span>
 #include <string>
@@ -68,7 +69,9 @@ private:
 /// Refuses what a person has misspelt: a misspelt fault would be no fault, and the test that scripts it
 /// could not fail.
 /// @param what  the object is, for the message.
-/// @throws std::invalid_argument  it is no object, or has a member that is not known.
-void check_members(const json &object, std::span<const char *const> known, const std::string &what);
+/// @param required  members that it must have.
+/// @throws std::invalid_argument  it is no object, has a member that is not known, or lacks a required one.
+void check_members(const json &object, std::span<const char *const> known, const std::string &what,
+                   std::initializer_list<const char *> required = {});
 
 }  // namespace emulator

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -28,6 +29,23 @@ constexpr double kNothing = 0.0001;
 constexpr unsigned int kModeEnd = 2;
 
 constinit uint32_t localFileSize = 0;  // bytes present at the start of a transfer, its resume offset
+
+// libcurl, told to use no signals, leaves this one to the program: where its TLS library writes plainly, a
+// lost connection would end the program, and its lock would stay.
+class SigpipeIgnored {
+public:
+    SigpipeIgnored() {
+        struct sigaction ignore {};
+        ignore.sa_handler = SIG_IGN;
+        sigaction(SIGPIPE, &ignore, &before_);
+    }
+    ~SigpipeIgnored() { sigaction(SIGPIPE, &before_, nullptr); }
+    SigpipeIgnored(const SigpipeIgnored &) = delete;
+    SigpipeIgnored &operator=(const SigpipeIgnored &) = delete;
+
+private:
+    struct sigaction before_ {};
+};
 
 // At most 100, also when more is here than the server announced.
 int32_t _percent(double part, double whole) {
@@ -75,6 +93,17 @@ void _recordDLImgInfo(double length, const char *name) {
     if (_record(kImageSizePath, text.data())) {
         static_cast<void>(_record(kImageNamePath, name));
     }
+}
+
+// From here on the path is the partial image's, and what it holds is the resume offset.
+void _measure_partial(char *localPath) {
+    memset(localPath, 0, kLocalPathRoom);
+    memcpy(localPath, kPartialImagePath, sizeof(kPartialImagePath));
+    localFileSize = 0;
+    if (access(localPath, F_OK) == 0) {
+        static_cast<void>(getLocalFileLen(localPath, &localFileSize));
+    }
+    CLOUD_LOG("current image size is: %u[%s]", localFileSize, localPath);
 }
 
 int _set_resume_breakpoint(CURL *curl) {
@@ -202,6 +231,7 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
         return -1;
     }
     CLOUD_LOG("URL: %s", url);
+    const SigpipeIgnored ignored;
     CURL *handle = nullptr;
     if (initCurlEasyHandle(&handle) != 0) {
         CLOUD_LOG("initCurlEasyHandle failed!\n");
@@ -221,13 +251,7 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
         CLOUD_LOG("getDownloadFileLen failed!\n");
         return -1;
     }
-    memset(localPath, 0, kLocalPathRoom);
-    memcpy(localPath, kPartialImagePath, sizeof(kPartialImagePath));
-    localFileSize = 0;
-    if (access(localPath, F_OK) == 0) {
-        static_cast<void>(getLocalFileLen(localPath, &localFileSize));
-    }
-    CLOUD_LOG("current image size is: %u[%s]", localFileSize, localPath);
+    _measure_partial(localPath);
     if (mode >= kModeEnd) {
         CLOUD_LOG("get resource invalid!\n");
         return -1;

@@ -249,6 +249,7 @@ const auto kNothing = [] {};
 INSTANTIATE_TEST_SUITE_P(
     Obstacles, CheckObstacle,
     testing::Values(Obstacle{"NoBroker", R"({"listening":false})", kNothing, kNotSent, -2001},
+                    Obstacle{"NoAnswer", R"({"pending":-1,"logic":1})", kNothing, kNotSent, -3002},
                     Obstacle{"NoSoftInfo", "{}", [] { unlink("/tmp/softinfo"); }, kNotMade, -1},
                     Obstacle{"NoDeviceInfo", "{}", [] { write_file("/tmp/device.info", ""); }, kNotMade, -1},
                     Obstacle{"VersionWithoutBlank", "{}", [] { write_file("/tmp/softinfo", "1.0.3"); },

@@ -262,6 +262,24 @@ TEST(Download, PrintsNothingButItsResult) {
     EXPECT_EQ(printed(device, {"download"}), "0\n");  // not the header lines either
 }
 
+// libcurl leaves the signal of a lost connection to the program. Not each libcurl raises it, so that ending
+// a connection shows nothing.
+TEST(Download, IsNotEndedByTheSignalOfALostConnection) {
+    Device device;
+    ImageServer server(device.journal());
+    server.put("/fw.bin", pattern(kSize));
+    server.set_rules(json::parse(R"([{"method":"GET","nth":1,"do":{"stall_after":300}}])"));
+    offer(device, server.url("/fw.bin"));
+    auto process = device.start({"cloud_msg", "download"});
+    while (file(kPartial).size() < 300) {
+        ASSERT_TRUE(process.running());
+    }
+    const std::string status = file("/proc/" + std::to_string(process.pid()) + "/status");
+    const std::string ignored = status.substr(status.find("SigIgn:\t") + 8, 16);
+    EXPECT_NE(std::stoull(ignored, nullptr, 16) & 1ULL << (SIGPIPE - 1U), 0U) << ignored;
+    EXPECT_EQ(process.wait().out, "0\n");
+}
+
 // Killed at any moment, again and again, as by a watchdog or a power button.
 TEST(Download, SurvivesKills) {
     constexpr size_t kBytes = 700001;

@@ -219,7 +219,7 @@ INSTANTIATE_TEST_SUITE_P(Certificates, WrongCertificate,
                                          Certificate{"ForAnotherHost", "other", "other", "example.com"}),
                          [](const auto &row) { return row.param.name; });
 
-// HTTPS that breaks in the middle must not end the program by a signal of the lost connection.
+// HTTPS that breaks in the middle goes on where it broke.
 TEST(Https, ResumesAfterDrops) {
     Device device;
     fs::create_directories(kFolder);

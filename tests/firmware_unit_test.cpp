@@ -23,6 +23,20 @@
 
 namespace {
 
+bool l_no_memory = false;
+
+}  // namespace
+
+// The program's calls of calloc come here (linker option --wrap).
+extern "C" {
+void *__real_calloc(size_t count, size_t size);
+void *__wrap_calloc(size_t count, size_t size) {
+    return l_no_memory ? nullptr : __real_calloc(count, size);
+}
+}
+
+namespace {
+
 using namespace firmware;
 using program::file;
 using program::write_file;
@@ -273,6 +287,17 @@ TEST(DownloadEntry, ThereIsOneAtATime) {
     EXPECT_EQ(downloadFromCloud(nullptr), 0);
     EXPECT_EQ(cloud_downloadFwByHttp(nullptr), 0);
     EXPECT_EQ(downloadFwByHttpClient(nullptr), -1);
+}
+
+TEST(DownloadEntry, IsGivenUpWithoutMemory) {
+    Device device;
+    put_status_file();
+    EXPECT_EQ(cloud_storeFwMsgInDeviceTree("http://localhost:1/first.bin"), 1);
+    l_no_memory = true;
+    EXPECT_EQ(downloadHandler(), 1);
+    l_no_memory = false;
+    EXPECT_THAT(file(kStatusFile), HasSubstr("\"fw_status\":\t20004,\n\t\"dwProgress\":\t0"));
+    EXPECT_EQ(downloadHandler(), 0) << "the entry is free";
 }
 
 TEST(DownloadEntry, AThreadCanServeIt) {

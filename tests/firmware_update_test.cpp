@@ -88,9 +88,18 @@ TEST(Update, WaitsForTheRestartWithoutUsingTheProcessor) {
     write_file(kFinished, image(device, kNewVersion, kPayload));
     Process update = device.start({"cloud_msg", "update"});
     program::expect_console(device, "Verify image ok, now will reboot...");
-    // A process that polls would be seen running, or with growing times, sooner or later.
-    const std::string stat = "/proc/" + std::to_string(update.pid()) + "/stat";
-    while (file(stat).find(") S ") == std::string::npos) {
+    // Asleep, and not once awake while another command runs. A process that polls never settles, and this
+    // test runs into its time limit.
+    const auto awoken = [&] {
+        const std::string status = file("/proc/" + std::to_string(update.pid()) + "/status");
+        return status.substr(status.find("voluntary_ctxt_switches"));
+    };
+    const auto asleep = [&] {
+        return file("/proc/" + std::to_string(update.pid()) + "/stat").find(") S ") != std::string::npos;
+    };
+    for (std::string before; !asleep() || before != awoken();) {
+        before = awoken();
+        EXPECT_EQ(printed(device, {"getBindStatus"}), "0\n");
     }
     EXPECT_TRUE(update.running());
     EXPECT_THAT(file(kStatusFile), HasSubstr("\"fw_status\":\t3"));
