@@ -1,5 +1,4 @@
-// The account commands' console log. Its lines begin with "[error]" whatever their weight: that is
-// what the device's log filter looks for.
+// The account commands' console log. Its lines begin with "[error]" whatever their weight.
 #pragma once
 
 #include "cloud_util.h"

@@ -27,6 +27,7 @@ constexpr size_t kTokenRoom = 512;
 constexpr size_t kCommandRoom = 512;
 constexpr size_t kCachePathRoom = 256;
 constexpr mode_t kCacheFolderMode = 0777;
+constexpr char kErrorCode[] = "error_code";
 
 struct Answer {
     JsonTree tree;
@@ -34,26 +35,33 @@ struct Answer {
     bool complete;
 };
 
-[[nodiscard]] Answer _read_answer(const char *response, Caller caller = Caller::here()) {
+[[nodiscard]] JsonTree _parse_answer(const char *response, Caller caller) {
     if (response == nullptr) {
         MSG_LOG_FOR(caller, "Response is NULL.\n");
-        return {nullptr, kFailed, false};
+        return nullptr;
     }
     JsonTree tree(cloud_jsonParseStr(response));
     if (tree == nullptr) {
         MSG_LOG_FOR(caller, "Parse response json failed.\n");
+    }
+    return tree;
+}
+
+[[nodiscard]] cJSON *_member(const cJSON *parent, const char *name) {
+    return cJSON_GetObjectItemCaseSensitive(parent, name);
+}
+
+[[nodiscard]] Answer _read_answer(const char *response, Caller caller = Caller::here()) {
+    JsonTree tree = _parse_answer(response, caller);
+    if (tree == nullptr) {
         return {nullptr, kFailed, false};
     }
-    const char *code = cloud_getValueFromJsonObj(tree.get(), "error_code");
+    const char *code = cloud_getValueFromJsonObj(tree.get(), kErrorCode);
     if (code == nullptr) {
         MSG_LOG_FOR(caller, "Errcode is NULL\n");
         return {nullptr, kFailed, false};
     }
     return {std::move(tree), cloud_parseInt32(code), true};
-}
-
-[[nodiscard]] cJSON *_member(const cJSON *parent, const char *name) {
-    return cJSON_GetObjectItemCaseSensitive(parent, name);
 }
 
 void _write_token(const char *token, const char *url) {
@@ -150,7 +158,16 @@ int32_t _parse_rmuser_result(const char *response, const char * /*unused*/) {
 }
 
 int32_t _parse_online_result(const char *response, const char * /*unused*/) {
-    return _read_answer(response).complete ? 0 : kFailed;
+    const JsonTree tree = _parse_answer(response, Caller::here());
+    if (tree == nullptr) {
+        return kFailed;
+    }
+    // Of any kind and value: a refusal, too, has come from the cloud.
+    if (_member(tree.get(), kErrorCode) == nullptr) {
+        MSG_LOG("Errcode is NULL\n");
+        return kFailed;
+    }
+    return 0;
 }
 
 int32_t _parse_login_result(const char *response, const char *user) {

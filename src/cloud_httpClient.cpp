@@ -58,7 +58,7 @@ void _verifyDLImgName(const char *name) {
         CLOUD_LOG("httpUploadFile.bin exist, rename it cloud_up_img.bin");
         rename(kFinishedImagePath, kPartialImagePath);
     }
-    const UniqueFd file(open(kImageNamePath, O_RDONLY | O_CLOEXEC));
+    const UniqueFd file(open(kImageNamePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (file.get() <= 0) {
         return;
     }

@@ -28,8 +28,8 @@ char *_print_value(cJSON *item) {
     if (cJSON_IsNumber(item) && exact && value == static_cast<double>(static_cast<long long>(value))) {
         return _print_integer(value);
     }
-    const bool readable =
-        cJSON_IsNumber(item) ? std::isfinite(value) : cJSON_IsArray(item) || cJSON_IsObject(item);
+    const bool readable = cJSON_IsNumber(item) ? std::isfinite(value) && std::fabs(value) > 1
+                                               : cJSON_IsArray(item) || cJSON_IsObject(item);
     return readable ? cJSON_PrintUnformatted(item) : nullptr;
 }
 

@@ -17,8 +17,8 @@ char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
 char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);
 
 /// The value of one item as text: a string's content, a number in decimals (integers without a fraction), an
-/// array or object as unformatted JSON. Booleans, null and numbers beyond all bounds have none: read as a
-/// number they would be 0, which means success.
+/// array or object as unformatted JSON. Booleans, null, numbers beyond all bounds and those between -1 and 1
+/// other than 0 have none: read as a whole number they would be 0, which means success.
 /// @return a text that belongs to the item, is valid as long as its tree and is released with it; the
 ///         same text for every later call. Null for an item without text, a null item, or no memory.
 char *cJSON_GetJsonObjString(cJSON *item);

@@ -16,7 +16,7 @@ namespace {
 constexpr int kLogPathRoom = 64;
 
 void cloud_printUsage() {
-    // The web back end reads these lines: each ends in a carriage return as well.
+    // Each line ends in a carriage return and a newline.
     static constexpr std::array kUsage{
         "Usage: \r",
         "\t cloud_msg -h                               Print usage\r",

@@ -143,6 +143,8 @@ INSTANTIATE_TEST_SUITE_P(
                  R"({"error_code":-20305,"msg":"no"})",
                  "-20305\n"},
         Exchange{"Online", {"online"}, R"({"method":"a"})", R"({"error_code":-20103})", "0\n"},
+        Exchange{
+            "OnlineWithACodeOfAnyKind", {"online"}, R"({"method":"a"})", R"({"error_code":null})", "0\n"},
         Exchange{"OnlineWithoutCode", {"online"}, R"({"method":"a"})", R"({"result":0})", "-1\n"},
         Exchange{"Token",
                  {"getDevToken"},

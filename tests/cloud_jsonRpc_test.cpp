@@ -9,16 +9,16 @@ using namespace program;
 
 TEST(CloudJsonRpc, ReadsMembersAsTexts) {
     const JsonTree tree(cloud_jsonParseStr(
-        R"({"n":0,"neg":-20103,"text":"a b","frac":2.5,"big":1000000000000000,"huge":1e300,)"
+        R"({"n":0,"neg":-20103,"text":"a b","frac":2.5,"small":-0.5,"big":1000000000000000,"huge":1e300,)"
         R"("a":[1,"x"],"o":{"k":1},"t":true,"z":null,"inf":1e999,"twice":"first","twice":"second","Case":"1"})"));
     ASSERT_NE(tree, nullptr);
     struct Row {
         const char *name, *text;
     };
     for (const Row &row : {Row{"n", "0"}, Row{"neg", "-20103"}, Row{"text", "a b"}, Row{"frac", "2.5"},
-                           Row{"big", "1000000000000000"}, Row{"huge", "1e+300"}, Row{"a", "[1,\"x\"]"},
-                           Row{"o", "{\"k\":1}"}, Row{"t", nullptr}, Row{"z", nullptr}, Row{"inf", nullptr},
-                           Row{"twice", "second"}, Row{"case", nullptr}}) {
+                           Row{"small", nullptr}, Row{"big", "1000000000000000"}, Row{"huge", "1e+300"},
+                           Row{"a", "[1,\"x\"]"}, Row{"o", "{\"k\":1}"}, Row{"t", nullptr}, Row{"z", nullptr},
+                           Row{"inf", nullptr}, Row{"twice", "second"}, Row{"case", nullptr}}) {
         EXPECT_STREQ(cloud_getValueFromJsonObj(tree.get(), row.name), row.text) << row.name;
     }
     // The same text again: it belongs to the item.

@@ -140,6 +140,9 @@ TEST(Status, ADocumentThatCannotBeExtendedStaysAsItIs) {
     EXPECT_EQ(file(kStatusFile), "absent");
     device.settle();
     program::expect_console(device, "Error: open /tmp/cloud.info for read failed");
+    ASSERT_EQ(mkfifo(kStatusFile.c_str(), 0600), 0);
+    EXPECT_EQ(cloud_setFirmwareDownloadStatus(1, 1), 0);
+    unlink(kStatusFile.c_str());
     const std::string tail = R"(","fw_status":11})";
     for (const std::string &text :
          {std::string(), std::string("{"), std::string("[1]"), std::string("7"),
