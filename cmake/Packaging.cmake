@@ -2,6 +2,11 @@
 #   cloud-msg    the program, the emulated device and the reference platform, to try it and to test against
 #   libkxcc1, libkxcc-dev   the client library
 # A device is not packaged here: packaging/ has what OpenWrt, Buildroot and Yocto want.
+if(NOT CLOUD_HOST_TOOLS AND CLOUD_REFERENCE)
+  # An image: the libraries where its programs look, and the tools that a factory needs.
+  install(TARGETS wrapper rsa LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS cloud_store cloud_rsa RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
 if(NOT CLOUD_HOST_TOOLS OR NOT CLOUD_REFERENCE)
   return()
 endif()
@@ -63,10 +68,18 @@ header, static library, pkg-config and CMake files, manual page.")
 
 install(FILES ${PROJECT_SOURCE_DIR}/man/cloud_msg.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
+set(DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc)
+file(GLOB GUIDES ${PROJECT_SOURCE_DIR}/docs/*.md)
+install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${DOC_DIR}/cloud-msg)
+install(FILES ${GUIDES} DESTINATION ${DOC_DIR}/cloud-msg/docs)
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${DOC_DIR}/libkxcc-dev COMPONENT libkxcc-dev)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/client-library.md ${PROJECT_SOURCE_DIR}/docs/protocol.md
+        DESTINATION ${DOC_DIR}/libkxcc-dev COMPONENT libkxcc-dev)
+
 # What Debian expects of every package: its licence note and changelog.
 foreach(package cloud-msg:cloud-msg libkxcc:libkxcc1 libkxcc-dev:libkxcc-dev)
   string(REGEX MATCH "^(.*):(.*)$" unused ${package})
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright ${PROJECT_SOURCE_DIR}/packaging/debian/changelog
-          DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${CMAKE_MATCH_2} COMPONENT ${CMAKE_MATCH_1} EXCLUDE_FROM_ALL)
+          DESTINATION ${DOC_DIR}/${CMAKE_MATCH_2} COMPONENT ${CMAKE_MATCH_1} EXCLUDE_FROM_ALL)
 endforeach()
 include(CPack)

@@ -23,23 +23,17 @@ EXTRA_OECMAKE = " \
     -DCLOUD_CA_FILE=${sysconfdir}/ssl/certs/ca-certificates.crt \
 "
 
-# Without it, recipes of the device provide libwrapper.so and librsa.so: add them to DEPENDS.
+# The reference platform is written for mbedTLS 2.28. Without it, recipes of the device provide libwrapper.so and librsa.so: add them to DEPENDS.
 PACKAGECONFIG ??= ""
 PACKAGECONFIG[reference] = "-DCLOUD_REFERENCE=ON,-DCLOUD_REFERENCE=OFF,mbedtls sqlite3"
 
-do_install:append() {
-    if ${@bb.utils.contains('PACKAGECONFIG', 'reference', 'true', 'false', d)}; then
-        install -d ${D}${libdir}
-        install -m 0755 ${B}/libwrapper.so ${B}/librsa.so ${D}${libdir}
-    fi
-}
-
 PACKAGES =+ "libkxcc"
 FILES:libkxcc = "${libdir}/libkxcc.so.*"
+# The platform's libraries bear no version, and are no links for development: those are of libkxcc alone.
+FILES_SOLIBSDEV = "${libdir}/libkxcc.so"
 FILES:${PN} += "${libdir}/libwrapper.so ${libdir}/librsa.so"
-# Without a version in their names: the names are the platform's.
 INSANE_SKIP:${PN} += "dev-so"
-# Opened when it is needed, so no tool sees it.
+# Opened when it is needed, so no tool sees it. It has to have TLS.
 RDEPENDS:${PN} = "libcurl ca-certificates"
 
 BBCLASSEXTEND = "native nativesdk"
