@@ -3,8 +3,10 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "fw_image.h"
@@ -44,11 +46,11 @@ struct MakeOptions {
     return kExitFailed;
 }
 
-[[nodiscard]] int _usage() {
-    fprintf(stderr,
+[[nodiscard]] int _usage(FILE *output, int status) {
+    fprintf(output,
             "Usage: cloud_image make --version TEXT (--size BYTES | --payload FILE) -o FILE\n"
             "       cloud_image info FILE\n");
-    return kExitUsage;
+    return status;
 }
 
 [[nodiscard]] bool _parse_options(int argc, char **argv, MakeOptions *options) {
@@ -71,14 +73,65 @@ struct MakeOptions {
            (options->size != nullptr) != (options->payload != nullptr);
 }
 
-[[nodiscard]] int _make_from(const MakeOptions &options, uint64_t size, ImageSource source, void *context) {
-    const UniqueFd output(open(options.output, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!output.ok()) {
-        return _failed(options.output, strerror(errno));
+// The image while it is made: a file of its own beside the place that it takes once it is whole.
+class NewFile {
+public:
+    explicit NewFile(const char *place) : place_(place) {
+        const int length = snprintf(name_.data(), name_.size(), "%s.XXXXXX", place);
+        if (length < 0 || static_cast<size_t>(length) >= name_.size()) {
+            errno = ENAMETOOLONG;
+            return;
+        }
+        fd_.reset(mkostemp(name_.data(), O_CLOEXEC));
     }
-    if (!image_make(output.get(), options.version, size, source, context)) {
-        unlink(options.output);
-        return _failed(options.output, "not made: version text, payload length or disk");
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
+    ~NewFile() {
+        if (fd_.ok() && !placed_) {
+            unlink(name_.data());
+        }
+    }
+    [[nodiscard]] int fd() const { return fd_.get(); }
+    [[nodiscard]] bool put_in_place() {
+        const mode_t mask = umask(0);  // a new file's usual mode
+        umask(mask);
+        placed_ = fchmod(fd_.get(), 0666 & ~mask) == 0 && rename(name_.data(), place_) == 0;
+        return placed_;
+    }
+
+private:
+    const char *place_;
+    PathText name_{};
+    UniqueFd fd_;
+    bool placed_ = false;
+};
+
+// @param payload  what the image is made from, or -1: it must not be what the image replaces.
+[[nodiscard]] int _make_from(const MakeOptions &options, int payload, uint64_t size, ImageSource source,
+                             void *context) {
+    if (!image_isVersionText(options.version)) {
+        return _failed("--version", "must be 1 to 127 printable ASCII characters");
+    }
+    if (size == 0 || size > UINT32_MAX) {
+        return _failed(options.payload != nullptr ? options.payload : options.size,
+                       "a payload has from 1 to 4294967295 bytes");
+    }
+    struct stat found {};
+    struct stat from {};
+    if (lstat(options.output, &found) == 0) {
+        if (!S_ISREG(found.st_mode)) {
+            return _failed(options.output, "is there and no regular file");
+        }
+        if (payload >= 0 && fstat(payload, &from) == 0 && from.st_dev == found.st_dev &&
+            from.st_ino == found.st_ino) {
+            return _failed(options.output, "is the payload");
+        }
+    }
+    errno = 0;
+    NewFile image(options.output);
+    if (image.fd() < 0 || !image_make(image.fd(), options.version, size, source, context) ||
+        !image.put_in_place()) {
+        return _failed(options.output, errno != 0 ? strerror(errno) : "the payload became shorter");
     }
     return 0;
 }
@@ -89,18 +142,19 @@ struct MakeOptions {
         const UniqueFd owner(payload);
         struct stat found {};
         if (!owner.ok() || fstat(payload, &found) != 0) {
-            return _failed(options.payload, "cannot be read");
+            return _failed(options.payload, "no regular file that can be read");
         }
-        return _make_from(options, static_cast<uint64_t>(found.st_size), _fill_from_file, &payload);
+        return _make_from(options, payload, static_cast<uint64_t>(found.st_size), _fill_from_file, &payload);
     }
     uint64_t size = 0;
     const char *const end = options.size + strlen(options.size);
     const auto [stop, error] = std::from_chars(options.size, end, size);
     if (error != std::errc{} || stop != end) {
-        return _usage();
+        static_cast<void>(_failed(options.size, "is no number of bytes"));
+        return kExitUsage;
     }
     uint64_t state = 0x9e3779b97f4a7c15;
-    return _make_from(options, size, _fill_pattern, &state);
+    return _make_from(options, -1, size, _fill_pattern, &state);
 }
 
 [[nodiscard]] int _info(const char *path) {
@@ -120,6 +174,9 @@ struct MakeOptions {
 
 int main(int argc, char **argv) {
     const std::string_view command = argc > 1 ? argv[1] : "";
+    if (argc == 2 && (command == "-h" || command == "--help")) {
+        return _usage(stdout, 0);
+    }
     if (command == "info" && argc == 3) {
         return _info(argv[2]);
     }
@@ -127,5 +184,5 @@ int main(int argc, char **argv) {
     if (command == "make" && _parse_options(argc - 2, argv + 2, &options)) {
         return _make(options);
     }
-    return _usage();
+    return _usage(stderr, kExitUsage);
 }

@@ -54,14 +54,9 @@ void _put32(uint8_t (&field)[4], uint32_t value) {
     return value;
 }
 
-[[nodiscard]] bool _is_version_text(std::string_view text) {
-    return !text.empty() && text.size() < sizeof(ImageHeader::version) &&
-           std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
-}
-
 [[nodiscard]] bool _is_version_field(const char (&field)[128]) {
     const size_t length = strnlen(field, sizeof(field));
-    return _is_version_text({field, length}) &&
+    return image_isVersionText({field, length}) &&
            std::all_of(field + length, field + sizeof(field), [](char c) { return c == '\0'; });
 }
 
@@ -110,6 +105,11 @@ void _put32(uint8_t (&field)[4], uint32_t value) {
 
 }  // namespace
 
+bool image_isVersionText(std::string_view text) {
+    return !text.empty() && text.size() < sizeof(ImageHeader::version) &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~'; });
+}
+
 int image_open(const char *path) {
     UniqueFd fd(open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat found {};
@@ -140,7 +140,7 @@ ImageError image_check(int fd, int copyTo, ImageHeader *header) {
 }
 
 bool image_make(int fd, std::string_view version, uint64_t payloadLength, ImageSource source, void *context) {
-    if (!_is_version_text(version) || payloadLength == 0 || payloadLength > UINT32_MAX) {
+    if (!image_isVersionText(version) || payloadLength == 0 || payloadLength > UINT32_MAX) {
         return false;
     }
     ImageHeader header{};

@@ -52,8 +52,12 @@ static_assert(offsetof(ImageHeader, version) == 16 && offsetof(ImageHeader, dige
 /// Fills the next payload bytes; false ends the making with a failure.
 using ImageSource = bool (*)(void *context, unsigned char *room, size_t size);
 
+/// Whether the format holds this version text: 1 to 127 printable ASCII characters.
+[[nodiscard]] bool image_isVersionText(std::string_view text);
+
 /// Writes an image to a file opened for writing, at offset 0.
-/// @return false for a version text or length that the format does not hold, or a failing source or file.
+/// @return false for a version text or length (0, 2^32 or more) that the format does not hold, or a failing
+///     source or file.
 [[nodiscard]] bool image_make(int fd, std::string_view version, uint64_t payloadLength, ImageSource source,
                               void *context);
 
