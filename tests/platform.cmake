@@ -2,7 +2,7 @@ if(CLOUD_REFERENCE)
   cloud_test(platform_store_test SOURCES platform_store_test.cpp LIBS wrapper PkgConfig::SQLITE3)
   cloud_test(platform_rsa_test SOURCES platform_rsa_test.cpp LIBS rsa)
   add_dependencies(platform_store_test cloud_store)
-  add_dependencies(platform_rsa_test cloud_rsa)
+  add_dependencies(platform_rsa_test cloud_rsa cloud_image cloud_store)
   # These run inside a private device: the image's path is fixed.
   if(CLOUD_HOST_TOOLS)
     cloud_test(platform_firmware_test SOURCES platform_firmware_test.cpp LIBS wrapper NAMESPACE)

@@ -166,7 +166,16 @@ TEST(RsaTool, AnswersWrongUseWithItsUsage) {
         EXPECT_EQ(ran.status, 2) << line;
         EXPECT_THAT(ran.out, testing::StartsWith("Usage: ")) << line;
     }
+    for (const char *tool : {"cloud_rsa -h", "cloud_rsa --help", "cloud_rsa encrypt --help", "cloud_image -h",
+                             "cloud_image --help", "cloud_store -h", "cloud_store --help"}) {
+        const Ran ran = shell(std::string(tool) + " 2>/dev/null");
+        EXPECT_EQ(ran.status, 0) << tool;
+        EXPECT_THAT(ran.out, testing::StartsWith("Usage: ")) << tool;
+    }
     EXPECT_FALSE(std::filesystem::exists(state.key()));
+    for (const std::string text : {"--help", "--", "-x"}) {
+        EXPECT_EQ(shell("cloud_rsa decrypt -- \"$(cloud_rsa encrypt -- " + text + ")\"").out, text + "\n");
+    }
 }
 
 }  // namespace

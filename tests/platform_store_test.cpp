@@ -380,12 +380,15 @@ TEST(StoreTool, RefusesWhatDoesNotFit) {
              R"(set login '[]')", R"(set login '{"role":1}x')", R"(set login '{"role":256}')",
              R"(set login '{"role":-1}')", R"(set login '{"role":1.5}')", R"(set login '{"role":"1"}')",
              R"(set login '{"userName":1}')", R"(set login '{"Role":1}')",
+             R"(set login '{"userName":"a\u0000b"}')", R"(set login '{"userName":"a\\\u0000b"}')",
              R"(set login '{"userName":")" + longest + R"(n"}')"}) {
         const Ran ran = shell("cloud_store " + line);
         EXPECT_EQ(ran.status, 2) << line;
         EXPECT_NE(ran.out, "") << line;
     }
     EXPECT_FALSE(std::filesystem::exists(state.store()));
+    EXPECT_EQ(store_tool("get bogus"), "cloud_store: no record bogus\n");
+    EXPECT_EQ(store_tool(R"(set login '{"userName":"a\\u0000b"}')"), "") << "a backslash, then letters";
     EXPECT_EQ(store_tool(R"(set login '{"userName":")" + longest + R"("}')"), "");
     EXPECT_EQ(get(0x120002, 130)[128], 'n');
 }

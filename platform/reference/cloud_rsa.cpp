@@ -47,29 +47,39 @@ struct KeyTexts {
     return fputs(reinterpret_cast<const char *>(pem), stdout) >= 0 ? 0 : kExitFailed;  // ends in a newline
 }
 
-[[nodiscard]] int _usage() {
-    fprintf(stderr,
-            "Usage: cloud_rsa encrypt TEXT      prints the cipher text, one line of Base64\n"
-            "       cloud_rsa decrypt CIPHER\n"
-            "       cloud_rsa public            prints the public key as PEM\n");
-    return kExitUsage;
+[[nodiscard]] int _usage(FILE *output, int status) {
+    fprintf(output,
+            "Usage: cloud_rsa encrypt [--] TEXT    prints the cipher text, one line of Base64;\n"
+            "                                      -- where the text may be an option\n"
+            "       cloud_rsa decrypt [--] CIPHER\n"
+            "       cloud_rsa public               prints the public key as PEM\n");
+    return status;
+}
+
+[[nodiscard]] bool _is_help(const char *word) {
+    return strcmp(word, "-h") == 0 || strcmp(word, "--help") == 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     const char *const command = argc > 1 ? argv[1] : "";
-    const bool encrypts = argc == 3 && strcmp(command, "encrypt") == 0;
-    const bool decrypts = argc == 3 && strcmp(command, "decrypt") == 0;
+    const bool ended = argc > 2 && strcmp(argv[2], "--") == 0;  // whatever follows is no option
+    const char *const text = argc == (ended ? 4 : 3) ? argv[argc - 1] : nullptr;
+    if (_is_help(command) || (text != nullptr && !ended && _is_help(text))) {
+        return _usage(stdout, 0);
+    }
+    const bool encrypts = text != nullptr && strcmp(command, "encrypt") == 0;
+    const bool decrypts = text != nullptr && strcmp(command, "decrypt") == 0;
     if (!encrypts && !decrypts && !(argc == 2 && strcmp(command, "public") == 0)) {
-        return _usage();
+        return _usage(stderr, kExitUsage);
     }
     KeyTexts keys;
     if (librsa_get_keys(keys.key1, keys.key2, decrypts ? keys.key3 : nullptr) != 0) {
         return _print(nullptr, "no key can be read or made");
     }
     if (encrypts) {
-        return _encrypt(&keys, argv[2]);
+        return _encrypt(&keys, text);
     }
-    return decrypts ? _decrypt(&keys, argv[2]) : _public(keys);
+    return decrypts ? _decrypt(&keys, text) : _public(keys);
 }

@@ -201,11 +201,26 @@ void _set_number(const Field &field, uint32_t value, RecordBytes *bytes) {
     return object == nullptr ? kExitFailed : _print(JsonText(cJSON_PrintUnformatted(object.get())).get());
 }
 
+// The parser ends a text at such a NUL without a word.
+[[nodiscard]] bool _has_escaped_nul(const char *text) {
+    while ((text = strchr(text, '\\')) != nullptr) {
+        if (strncmp(text, "\\u0000", 6) == 0) {
+            return true;
+        }
+        text += text[1] != '\0' ? 2 : 1;
+    }
+    return false;
+}
+
 // Members that are not given keep their value.
 [[nodiscard]] int _set(const Record &record, const char *text) {
     const JsonTree object(cJSON_ParseWithOpts(text, nullptr, 1));
     if (!cJSON_IsObject(object.get())) {
         fprintf(stderr, "cloud_store: the value must be a JSON object\n");
+        return kExitUsage;
+    }
+    if (_has_escaped_nul(text)) {
+        fprintf(stderr, "cloud_store: a text must not hold a NUL\n");
         return kExitUsage;
     }
     RecordBytes bytes{};
@@ -232,42 +247,44 @@ void _set_number(const Field &field, uint32_t value, RecordBytes *bytes) {
     return _write({&entry, 1});
 }
 
-[[nodiscard]] int _usage() {
-    fprintf(stderr,
+[[nodiscard]] int _usage(FILE *output, int status) {
+    fprintf(output,
             "Usage: cloud_store dump\n"
             "       cloud_store get NAME\n"
             "       cloud_store set NAME JSON    members that are not given keep their value\n"
             "       cloud_store clear [NAME]\n"
             "Names:");
     for (const Record &record : kRecords) {
-        fprintf(stderr, " %s", record.name);
+        fprintf(output, " %s", record.name);
     }
-    fprintf(stderr, "\n");
-    return kExitUsage;
+    fprintf(output, "\n");
+    return status;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
     const char *const command = argc > 1 ? argv[1] : "";
-    const Record *const record = argc > 2 ? _find_record(argv[2]) : nullptr;
-    if (argc == 2 && strcmp(command, "dump") == 0) {
+    const auto is = [&](const char *name, int words) { return argc == words && strcmp(command, name) == 0; };
+    if (is("-h", 2) || is("--help", 2)) {
+        return _usage(stdout, 0);
+    }
+    if (is("dump", 2)) {
         return _dump();
     }
-    if (argc == 2 && strcmp(command, "clear") == 0) {
+    if (is("clear", 2)) {
         return _clear_all();
     }
-    if (record == nullptr) {
-        return _usage();
+    if (!is("get", 3) && !is("set", 4) && !is("clear", 3)) {
+        return _usage(stderr, kExitUsage);
     }
-    if (argc == 3 && strcmp(command, "get") == 0) {
+    const Record *const record = _find_record(argv[2]);
+    if (record == nullptr) {
+        fprintf(stderr, "cloud_store: no record %s\n", argv[2]);
+        return kExitUsage;
+    }
+    if (is("get", 3)) {
         return _get(*record);
     }
-    if (argc == 4 && strcmp(command, "set") == 0) {
-        return _set(*record, argv[3]);
-    }
-    if (argc == 3 && strcmp(command, "clear") == 0) {
-        return _clear(*record);
-    }
-    return _usage();
+    return is("set", 4) ? _set(*record, argv[3]) : _clear(*record);
 }
