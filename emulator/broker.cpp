@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "document.h"
+
 namespace emulator {
 namespace {
 
@@ -34,11 +36,54 @@ int _integer(const json &object, const char *name, int otherwise) {
                : otherwise;
 }
 
-constexpr std::array kRuleNames{"on", "connection", "nth", "method", "do"};
-constexpr std::array kEffectNames{
-    "refuse",  "full",        "delay_ms",    "close_after",    "close",   "magic",  "type",
-    "garbage", "truncate",    "garbage_hex", "length",         "silence", "body",   "errorcode",
-    "answer",  "cloud_error", "pending",     "ready_after_ms", "hold",    "repeat", "then"};
+constexpr std::array kRuleMembers{
+    Member{"on", Kind::kAny, true}, Member{"connection", Kind::kNumber}, Member{"nth", Kind::kNumber},
+    Member{"method", Kind::kText},  Member{"do", Kind::kObject, true},
+};
+constexpr std::array kEffectMembers{
+    Member{"refuse", Kind::kInteger},    Member{"errorcode", Kind::kInteger},
+    Member{"full", Kind::kFlag},         Member{"delay_ms", Kind::kCount},
+    Member{"silence", Kind::kFlag},      Member{"close", Kind::kFlag},
+    Member{"close_after", Kind::kCount}, Member{"magic", Kind::kHex},
+    Member{"type", Kind::kCount},        Member{"length", Kind::kCount},
+    Member{"truncate", Kind::kCount},    Member{"body", Kind::kText},
+    Member{"garbage", Kind::kText},      Member{"garbage_hex", Kind::kHex},
+    Member{"repeat", Kind::kCount},      Member{"hold", Kind::kFlag},
+    Member{"answer", Kind::kText},       Member{"cloud_error", Kind::kInteger},
+    Member{"pending", Kind::kInteger},   Member{"ready_after_ms", Kind::kCount},
+    Member{"then", Kind::kList},
+};
+constexpr std::array kStepMembers{
+    Member{"push", Kind::kText},    Member{"type", Kind::kCount},    Member{"body", Kind::kText},
+    Member{"link", Kind::kInteger}, Member{"logic", Kind::kInteger},
+};
+
+bool _fits(const json &on, int type) {
+    return on == type || on == message_name(type) || (on == "request" && _is_submit(type));
+}
+
+void _check_step(const json &step, const std::string &what) {
+    if (step == "ask_hello" || step == "deliver_hello") {
+        return;
+    }
+    check_members(step, kStepMembers, what);
+    const bool body = step.contains("body");
+    if (step.size() != (body ? 2 : 1) || (body && !step.contains("type"))) {
+        throw std::invalid_argument(what + " must do one thing, not " + dump(step));
+    }
+}
+
+void _check_rule(const json &rule, const std::string &what) {
+    check_members(rule, kRuleMembers, what);
+    const json &on = rule.at("on");
+    if (std::none_of(kFromClient.begin(), kFromClient.end(), [&](int type) { return _fits(on, type); })) {
+        throw std::invalid_argument("\"on\" of " + what + " is no message of a client: " + dump(on));
+    }
+    check_members(rule.at("do"), kEffectMembers, "\"do\" of " + what);
+    for (const json &step : rule.at("do").value("then", json::array())) {
+        _check_step(step, "a step of \"then\" of " + what);
+    }
+}
 
 // The bytes of a reply after the faults that the scenario wants in it.
 std::string _faulty_frame(int type, const std::string &body, const json &effects) {
@@ -147,13 +192,13 @@ void Broker::stop() {
 }
 
 void Broker::set_rules(const json &rules) {
-    const std::lock_guard lock(mutex_);
-    rules_.clear();
+    std::vector<Rule> checked;
     for (const json &rule : rules) {
-        check_members(rule, kRuleNames, "a scenario's rule", {"on", "do"});
-        check_members(rule.at("do"), kEffectNames, "a rule's \"do\"");
-        rules_.push_back({rule});
+        _check_rule(rule, "the scenario's rule " + std::to_string(checked.size() + 1));
+        checked.push_back({rule});
     }
+    const std::lock_guard lock(mutex_);
+    rules_ = std::move(checked);
 }
 
 int Broker::logic() const {
@@ -206,8 +251,8 @@ void Broker::_serve(Connection &connection) {
         do {
             _handle(connection, message);
         } while (_read_message(connection, message));
-    } catch (const std::exception &error) {  // a scenario's value of a wrong type
-        journal_.add("scenario_error", {{"connection", connection.number}, {"text", error.what()}});
+    } catch (const std::exception &error) {  // a scenario that nothing has refused before
+        journal_.add_scenario_error({{"connection", connection.number}, {"text", error.what()}});
     }
     journal_.add("close", {{"connection", connection.number}});
     connection.hang_up();
@@ -254,8 +299,7 @@ json Broker::_effects(const Connection &connection, const Message &message) {
     json effects = json::object();
     for (Rule &rule : rules_) {
         const json &on = rule.when.at("on");
-        const bool fits = (on == message.type || on == message_name(message.type) ||
-                           (on == "request" && _is_submit(message.type))) &&
+        const bool fits = _fits(on, message.type) &&
                           rule.when.value("connection", connection.number) == connection.number &&
                           rule.when.value("method", message.method) == message.method;
         rule.seen += fits ? 1 : 0;
@@ -400,7 +444,7 @@ void Broker::_deliver(Connection &connection, int type, const std::string &body,
     journal_.add(silent ? "no_reply" : "message", record);
     const std::lock_guard lock(connection.writing);
     std::string bytes = _faulty_frame(type, body, effects);
-    if (effects.contains("hold")) {
+    if (effects.value("hold", false)) {
         connection.held += bytes;
         return;
     }

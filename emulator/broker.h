@@ -25,7 +25,7 @@ inline constexpr const char *kBrokerPath = "/tmp/cloud-brd";
 class Broker {
 public:
     /// Listens at once, unless the scenario says "listening": false.
-    /// @throws std::system_error  the socket cannot be had.
+    /// @throws std::system_error  the socket cannot be had; std::invalid_argument, see set_rules.
     Broker(Journal &journal, Cloud &cloud, json scenario = json::object(), std::string path = kBrokerPath);
     ~Broker();
     Broker(const Broker &) = delete;
@@ -35,6 +35,7 @@ public:
     void stop();   ///< Closes socket and connections at once, and joins the threads.
 
     /// Replaces the rules of the scenario; counters of nth begin anew.
+    /// @throws std::invalid_argument  a rule has a name or a value that no rule has.
     void set_rules(const json &rules);
 
     [[nodiscard]] int logic() const;

@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "document.h"
+
 namespace emulator {
 namespace {
 
@@ -176,6 +178,42 @@ constexpr std::array kMethods{
     Method{"notifyEvent", _notify_event},
 };
 
+constexpr std::array kModelMembers{
+    Member{"device", Kind::kObject}, Member{"accounts", Kind::kList},  Member{"token", Kind::kObject},
+    Member{"firmware", Kind::kList}, Member{"methods", Kind::kObject},
+};
+constexpr std::array kDeviceMembers{Member{"deviceId", Kind::kText}, Member{"owner", Kind::kText},
+                                    Member{"users", Kind::kList}, Member{"alias", Kind::kText}};
+constexpr std::array kTokenMembers{Member{"deviceToken", Kind::kText}, Member{"expiresIn", Kind::kInteger},
+                                   Member{"serviceUrls", Kind::kObject}};
+constexpr std::array kAccountMembers{Member{"name", Kind::kText, true}, Member{"password", Kind::kText, true},
+                                     Member{"role", Kind::kInteger}};
+// Of any kind, but for the version that is compared: what a cloud offers may be odd.
+constexpr std::array kFirmwareMembers{
+    Member{"fwVer", Kind::kText, true},  Member{"fwType", Kind::kAny},
+    Member{"fwReleaseDate", Kind::kAny}, Member{"fwUrl", Kind::kAny},
+    Member{"fwReleaseLog", Kind::kAny},  Member{"fwReleaseLogUrl", Kind::kAny},
+    Member{"fwLocation", Kind::kAny},
+};
+
+void _check_model(const json &model) {
+    check_members(model, kModelMembers, "the cloud's model");
+    const json device = model.value("device", json::object());
+    check_members(device, kDeviceMembers, "\"device\" of the cloud's model");
+    for (const json &user : device.value("users", json::array())) {
+        if (!user.is_string()) {
+            throw std::invalid_argument("a user of the cloud's model must be a text, not " + dump(user));
+        }
+    }
+    check_members(model.value("token", json::object()), kTokenMembers, "\"token\" of the cloud's model");
+    for (const json &account : model.value("accounts", json::array())) {
+        check_members(account, kAccountMembers, "an account of the cloud's model");
+    }
+    for (const json &firmware : model.value("firmware", json::array())) {
+        check_members(firmware, kFirmwareMembers, "a firmware of the cloud's model");
+    }
+}
+
 constexpr const char *kDefaultModel = R"({
   "device": {
     "deviceId": "8012E7A1B2C3D4E5F60718293A4B5C6D7E8F9012",
@@ -222,11 +260,9 @@ json Cloud::model() const {
 }
 
 void Cloud::change(const json &members) {
+    _check_model(members);
     const std::lock_guard lock(mutex_);
     for (const auto &[name, value] : members.items()) {
-        if (!model_.contains(name)) {
-            throw std::invalid_argument("the cloud's model has no member " + name);
-        }
         if (name == "device" || name == "token") {
             model_[name].update(value);
         } else {

@@ -27,6 +27,7 @@ enum CloudError : int {
 class Cloud {
 public:
     /// @param model  see docs/emulator.md; members that are given replace the built-in model's.
+    /// @throws std::invalid_argument  see change.
     explicit Cloud(const json &model = json::object());
 
     /// Answers one request, which may be any bytes.
@@ -35,7 +36,8 @@ public:
     /// A copy of the model as it stands ("device", "accounts", "token", "firmware", "methods").
     [[nodiscard]] json model() const;
 
-    /// Replaces members of the model at the top level.
+    /// Replaces members of the model: of "device" and "token" one by one, the others as a whole.
+    /// @throws std::invalid_argument  a name or a value that no model has; nothing is replaced then.
     void change(const json &members);
 
     /// The built-in model.

@@ -15,6 +15,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "document.h"
 #include "namespace.h"
 #include "wire.h"
 
@@ -24,9 +25,14 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::chrono::milliseconds kSettleStep{5};
-constexpr std::array kScenarioNames{"rules",       "logic",   "link",       "first_id",
-                                    "listening",   "pending", "image",      "reconnect_polls",
-                                    "description", "kmpd",    "big_endian", "reconnect_ms"};
+constexpr std::array kScenarioMembers{
+    Member{"description", Kind::kText},   Member{"listening", Kind::kFlag},
+    Member{"logic", Kind::kInteger},      Member{"link", Kind::kInteger},
+    Member{"first_id", Kind::kInteger},   Member{"reconnect_polls", Kind::kInteger},
+    Member{"reconnect_ms", Kind::kCount}, Member{"pending", Kind::kInteger},
+    Member{"kmpd", Kind::kText},          Member{"image", Kind::kObject},
+    Member{"big_endian", Kind::kFlag},    Member{"rules", Kind::kList},
+};
 constexpr const char *kRestartMark = "/mnt/restart";  // left by the platform once an image is installed
 
 void _write_file(const char *path, const std::string &text) {
@@ -80,7 +86,7 @@ KmpdReply _kmpd_reply(const std::string &name) {
         return KmpdReply::kOversize;
     }
     if (name != "answer") {
-        throw std::invalid_argument("no way to be of kmpd: " + name);
+        throw std::invalid_argument("\"kmpd\" of the scenario cannot be " + dump(name));
     }
     return KmpdReply::kAnswer;
 }
@@ -97,9 +103,9 @@ std::vector<std::string> cloud_msg_command() {
 
 Device::Device(json scenario, json cloud, std::FILE *sink)
     : scenario_(scenario.is_null() ? json::object() : std::move(scenario)),
-      model_(std::move(cloud)),
+      model_(cloud.is_null() ? json::object() : std::move(cloud)),
       journal_(sink) {
-    check_members(scenario_, kScenarioNames, "a scenario");
+    check_members(scenario_, kScenarioMembers, "the scenario");
     clear_flash();
     _start(model_);
 }
@@ -233,7 +239,7 @@ Run Device::cloud_msg(std::vector<std::string> args, const RunOptions &options) 
 }
 
 std::string Device::encrypt(std::string_view text) {
-    Run run = Process({"cloud_rsa", "encrypt", std::string(text)}).wait();
+    Run run = Process({"cloud_rsa", "encrypt", "--", std::string(text)}).wait();
     if (run.status != 0) {
         throw std::runtime_error("cloud_rsa: " + run.err);
     }

@@ -1,5 +1,7 @@
 // The emulated device as a program: run a command on it, use it by hand, or watch its life.
+#include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +21,7 @@
 
 #include "demo.h"
 #include "device.h"
+#include "document.h"
 #include "firmware.h"
 #include "image_scenario.h"
 #include "namespace.h"
@@ -103,15 +106,32 @@ int _shell(emulator::Device &device) {
     return code;
 }
 
-// Shows the firmware's state until its command has ended; inside a device.
+// Shows the firmware's state until its command has ended.
 int _progress() {
+    if (access(emulator::kPrivateFolder, F_OK) != 0) {
+        throw std::runtime_error("progress is typed in the shell of a device (extender shell)");
+    }
     const emulator::ProgressBar bar(std::cout);
     bar.await_end();
     return 0;
 }
 
-json _read_json(const std::string &path) {
-    return path.empty() ? json::object() : json::parse(std::ifstream(path), nullptr, true, true);
+// Null for no path. What standard output or error goes to as well is shared with it, to its place in it.
+std::FILE *_open_journal(const std::string &path) {
+    std::FILE *sink = nullptr;
+    struct stat named {};
+    const bool there = stat(path.c_str(), &named) == 0;
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+        struct stat open {};
+        if (there && sink == nullptr && fstat(fd, &open) == 0 && open.st_dev == named.st_dev &&
+            open.st_ino == named.st_ino) {
+            sink = fdopen(fcntl(fd, F_DUPFD_CLOEXEC, 0), "w");
+        }
+    }
+    if (sink == nullptr && !path.empty() && (sink = std::fopen(path.c_str(), "we")) == nullptr) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return sink;
 }
 
 struct Options {
@@ -127,7 +147,6 @@ struct Options {
 bool _parse(int argc, char **argv, Options &options, int &status) {
     using Command = Options::Command;
     CLI::App app{"A Wi-Fi range extender, emulated: the neighbours of cloud_msg in a private device."};
-    app.require_subcommand(1);
     const auto add = [&](const char *name, Command command, const char *text) {
         CLI::App *one = app.add_subcommand(name, text);
         one->callback([&options, command] { options.chosen = command; });
@@ -139,7 +158,7 @@ bool _parse(int argc, char **argv, Options &options, int &status) {
     add("progress", Command::kProgress, "Shows a firmware command's progress; in the shell of a device.");
     for (CLI::App *each : {run, shell, demo}) {
         each->add_option("--journal", options.journal,
-                         "File that gets a JSON line for everything that happens");
+                         "File that gets a JSON line for everything that happens (/dev/stderr, too)");
     }
     for (CLI::App *each : {run, shell}) {
         each->add_option("--scenario", options.scenario, "Faults and start values, JSON")
@@ -152,6 +171,9 @@ bool _parse(int argc, char **argv, Options &options, int &status) {
     run->add_option("command", options.words, "The command, after --")->required();
     try {
         app.parse(argc, argv);
+        if (app.get_subcommands().empty()) {  // not required above: a word that is none is named then
+            throw CLI::RequiredError("A subcommand");
+        }
         return true;
     } catch (const CLI::ParseError &error) {
         status = app.exit(error) == 0 ? 0 : kNoDevice;
@@ -161,13 +183,11 @@ bool _parse(int argc, char **argv, Options &options, int &status) {
 
 // Enters the device and does there what was chosen.
 int _play(Options &options) {
-    // Files of the host: read and opened while its /tmp is still in sight.
-    const json scenario = _read_json(options.scenario);
-    const json cloud = _read_json(options.cloud);
-    std::FILE *sink = nullptr;
-    if (!options.journal.empty() && (sink = std::fopen(options.journal.c_str(), "we")) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), options.journal);
-    }
+    // Files of the host: read and opened once, while its /tmp is still in sight.
+    emulator::split_off();
+    const json scenario = emulator::read_document(options.scenario);
+    const json cloud = emulator::read_document(options.cloud);
+    std::FILE *const sink = _open_journal(options.journal);
     if (!options.words.empty()) {
         options.device.keep.push_back(options.words.front());
     }

@@ -9,13 +9,15 @@
 #include <string>
 #include <system_error>
 
+#include "document.h"
 #include "namespace.h"
 #include "process.h"
 
 namespace emulator {
 namespace {
 
-constexpr std::array kNames{"rules", "tls", "trusted"};
+constexpr std::array kMembers{Member{"rules", Kind::kList}, Member{"tls", Kind::kFlag},
+                              Member{"trusted", Kind::kFlag}};
 constexpr const char *kTrickle = R"([{"method": "GET", "do": {"trickle": {"bytes": 20000, "ms": 20}}}])";
 constexpr const char *kAuthorities = "/etc/ssl/certs/ca-certificates.crt";
 
@@ -45,7 +47,7 @@ void _trust(const std::string &certificate) {
 }  // namespace
 
 std::unique_ptr<ImageServer> make_image_server(Journal &journal, const json &image) {
-    check_members(image, kNames, "a scenario's \"image\"");
+    check_members(image, kMembers, "the scenario's \"image\"");
     TlsFiles files;
     if (image.value("tls", false)) {
         files = _make_certificate();

@@ -13,8 +13,8 @@ namespace emulator {
 /// Makes the server, and the device trust it: its file of authorities gets one more, the host's stays as
 /// it is. Call it once in a device.
 /// @param image  the scenario's member; an empty object: HTTP, and slow enough to watch.
-/// @throws std::invalid_argument  an unknown member; json::exception, a wrong type; std::runtime_error or
-///     std::system_error, no server or no certificate is to be had.
+/// @throws std::invalid_argument  a name or a value that "image" or its rules do not have;
+///     std::runtime_error or std::system_error, no server or no certificate is to be had.
 [[nodiscard]] std::unique_ptr<ImageServer> make_image_server(Journal &journal, const json &image);
 
 }  // namespace emulator

@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include "document.h"
+
 namespace emulator {
 namespace {
 
@@ -70,10 +72,15 @@ std::optional<Range> _parse_range(std::string_view text) {
     return range.from <= range.to ? std::optional(range) : std::nullopt;
 }
 
-constexpr std::array kRuleNames{"path", "method", "nth", "do"};
-constexpr std::array kFaultNames{"status",      "location",   "length", "ranges",
-                                 "stall_after", "drop_after", "trickle"};
-constexpr std::array kTrickleNames{"bytes", "ms"};
+constexpr std::array kRuleMembers{Member{"path", Kind::kText}, Member{"method", Kind::kText},
+                                  Member{"nth", Kind::kNumber}, Member{"do", Kind::kObject, true}};
+constexpr std::array kFaultMembers{
+    Member{"status", Kind::kNumber},      Member{"location", Kind::kText},
+    Member{"length", Kind::kCountOrNull}, Member{"ranges", Kind::kFlag},
+    Member{"stall_after", Kind::kCount},  Member{"drop_after", Kind::kCount},
+    Member{"trickle", Kind::kObject},
+};
+constexpr std::array kTrickleMembers{Member{"bytes", Kind::kNumber, true}, Member{"ms", Kind::kCount, true}};
 
 const char *_reason(int status) {
     switch (status) {
@@ -211,8 +218,8 @@ ImageServer::ImageServer(Journal &journal, const TlsFiles &tls)
 ImageServer::~ImageServer() {
     eventfd_write(stop_fd_, 1);
     acceptor_.join();
-    for (std::thread &connection : connections_) {
-        connection.join();
+    for (Served &connection : connections_) {
+        connection.thread.join();
     }
     close(listen_fd_);
     close(stop_fd_);
@@ -228,27 +235,38 @@ void ImageServer::put(const std::string &path, std::string content) {
 }
 
 void ImageServer::set_rules(const json &rules) {
+    std::vector<Rule> checked;
     for (const json &rule : rules) {
-        check_members(rule, kRuleNames, "an image server's rule", {"do"});
+        const std::string what = "the image server's rule " + std::to_string(checked.size() + 1);
+        check_members(rule, kRuleMembers, what);
         const json &faults = rule.at("do");
-        check_members(faults, kFaultNames, "an image server's \"do\"");
+        check_members(faults, kFaultMembers, "\"do\" of " + what);
         if (faults.contains("trickle")) {
-            check_members(faults["trickle"], kTrickleNames, "a trickle", {"bytes", "ms"});
+            check_members(faults.at("trickle"), kTrickleMembers, "\"trickle\" of " + what);
         }
+        checked.push_back({rule});
     }
     const std::lock_guard lock(mutex_);
-    rules_.clear();
-    for (const json &rule : rules) {
-        rules_.push_back({rule});
-    }
+    rules_ = std::move(checked);
 }
 
 void ImageServer::_accept_loop() {
     std::array<pollfd, 2> inputs{{{stop_fd_, POLLIN, 0}, {listen_fd_, POLLIN, 0}}};
     while (poll(inputs.data(), inputs.size(), -1) >= 0 && inputs[0].revents == 0) {
         const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+        connections_.remove_if([](Served &connection) {
+            const bool ended = connection.ended;
+            if (ended) {
+                connection.thread.join();
+            }
+            return ended;
+        });
         if (fd >= 0) {
-            connections_.emplace_back([this, fd] { _serve(fd); });
+            Served &connection = connections_.emplace_back();
+            connection.thread = std::thread([this, fd, &connection] {
+                _serve(fd);
+                connection.ended = true;
+            });
         }
     }
 }
@@ -269,7 +287,7 @@ void ImageServer::_serve(int fd) {
             request = {};
         }
     } catch (const json::exception &error) {
-        journal_.add("scenario_error", {{"text", error.what()}});
+        journal_.add_scenario_error({{"text", error.what()}});
     }
 }
 

@@ -14,10 +14,10 @@
 //   trickle     {"bytes": n, "ms": m}: so many at a time, with a rest in between
 //
 // Each answer becomes a record {"kind": "http", "method", "path", "range", "status", "sent"}: "range"
-// as asked for (or ""), "sent" the bytes of the body that went out. A rule's value of a wrong type ends the
-// connection with a record {"kind": "scenario_error", "text"}.
+// as asked for (or ""), "sent" the bytes of the body that went out.
 #pragma once
 
+#include <atomic>
 #include <list>
 #include <map>
 #include <memory>
@@ -54,7 +54,7 @@ public:
     void put(const std::string &path, std::string content);
 
     /// Replaces the rules; counters of nth begin anew.
-    /// @throws std::invalid_argument  a rule has an unknown member; json::exception, it is none.
+    /// @throws std::invalid_argument  a rule has a name or a value that no rule has.
     void set_rules(const json &rules);
 
 private:
@@ -62,6 +62,10 @@ private:
     struct Request;
     struct Response;
     class Connection;
+    struct Served {
+        std::atomic<bool> ended = false;
+        std::thread thread;
+    };
     using Content = std::shared_ptr<const std::string>;
 
     void _accept_loop();
@@ -80,7 +84,7 @@ private:
     std::mutex mutex_;
     std::map<std::string, Content> contents_;  // under mutex_
     std::vector<Rule> rules_;                  // under mutex_
-    std::list<std::thread> connections_;       // of the acceptor alone until it ends
+    std::list<Served> connections_;            // of the acceptor alone until it ends
     std::thread acceptor_;
 };
 

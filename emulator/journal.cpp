@@ -1,6 +1,8 @@
 #include "journal.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <stdexcept>
 
 namespace emulator {
@@ -13,33 +15,24 @@ std::string valid_utf8(std::string_view text) {
     return json::parse(dump(json(text)));
 }
 
-void check_members(const json &object, std::span<const char *const> known, const std::string &what,
-                   std::initializer_list<const char *> required) {
-    if (!object.is_object()) {
-        throw std::invalid_argument(what + " is no object");
-    }
-    for (const auto &[name, value] : object.items()) {
-        if (std::find(known.begin(), known.end(), name) == known.end()) {
-            throw std::invalid_argument((what + " has no member ").append(name));
-        }
-    }
-    for (const char *name : required) {
-        if (!object.contains(name)) {
-            throw std::invalid_argument((what + " needs the member ").append(name));
-        }
-    }
-}
-
 void Journal::add(std::string_view kind, const json &fields) {
     const std::lock_guard lock(mutex_);
     json record{{"seq", ++seq_}, {"kind", kind}};
     record.update(fields);
     if (sink_ != nullptr) {
-        std::fprintf(sink_, "%s\n", dump(record).c_str());
-        std::fflush(sink_);
+        const bool written = std::fprintf(sink_, "%s\n", dump(record).c_str()) >= 0;
+        if (std::fflush(sink_) != 0 || !written) {
+            std::fprintf(stderr, "The journal cannot be written: %s\n", std::strerror(errno));
+            sink_ = nullptr;
+        }
     }
     records_.push_back(std::move(record));
     changed_.notify_all();
+}
+
+void Journal::add_scenario_error(const json &fields) {
+    std::fprintf(stderr, "scenario_error: %s\n", dump(fields).c_str());
+    add("scenario_error", fields);
 }
 
 std::vector<json> Journal::select(const Predicate &wanted) const {

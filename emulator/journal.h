@@ -6,9 +6,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <functional>
-#include <initializer_list>
 #include <mutex>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,11 +25,16 @@ class Journal {
 public:
     using Predicate = std::function<bool(const json &)>;
 
-    /// @param sink  open file that gets each record as one line, or null; stays the caller's.
+    /// @param sink  open file that gets each record as one line, or null; stays the caller's. When it cannot
+    ///     be written, standard error is told so, once.
     explicit Journal(std::FILE *sink = nullptr) : sink_(sink) {}
 
     /// Appends a record {"seq", "kind", members of fields...}.
     void add(std::string_view kind, const json &fields);
+
+    /// Adds a record of kind "scenario_error", and tells standard error as well: what was scripted did not
+    /// happen.
+    void add_scenario_error(const json &fields);
 
     [[nodiscard]] std::vector<json> all() const;
     [[nodiscard]] std::vector<json> select(const Predicate &wanted) const;
@@ -65,13 +68,5 @@ private:
 
 /// The text with U+FFFD in place of bytes that are no UTF-8.
 [[nodiscard]] std::string valid_utf8(std::string_view text);
-
-/// Refuses what a person has misspelt: a misspelt fault would be no fault, and the test that scripts it
-/// could not fail.
-/// @param what  the object is, for the message.
-/// @param required  members that it must have.
-/// @throws std::invalid_argument  it is no object, has a member that is not known, or lacks a required one.
-void check_members(const json &object, std::span<const char *const> known, const std::string &what,
-                   std::initializer_list<const char *> required = {});
 
 }  // namespace emulator

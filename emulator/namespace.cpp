@@ -329,14 +329,18 @@ void _record_script(const std::vector<std::string> &words) {
 
 }  // namespace
 
+void split_off() {
+    if (getenv(kInsideMark) == nullptr || getpid() != 1) {
+        _stay_outside();
+    }
+}
+
 void enter_device(const DeviceOptions &options) {
     const std::vector<std::string> words = _arguments();
     if (words.size() >= 3 && words[1] == "record" && fs::exists(kPrivateFolder)) {
         _record_script(words);
     }
-    if (getenv(kInsideMark) == nullptr || getpid() != 1) {
-        _stay_outside();
-    }
+    split_off();
     unsetenv(kInsideMark);
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     try {

@@ -15,6 +15,10 @@ struct DeviceOptions {
     std::vector<std::string> keep;  ///< host paths that must stay reachable if they lie below /tmp or /mnt
 };
 
+/// The first half of enter_device(): returns only in the process in which that will return, while it still
+/// sees the host's files. What can be read once (a pipe) or is to be opened once belongs between the two.
+void split_off();
+
 /// Enters the device. Call it first thing in main(), before any thread exists: main() is run
 /// a second time from its start, inside. Open files of the host that the program needs before
 /// the call (it is the last moment at which the host's /tmp is seen).

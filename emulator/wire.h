@@ -4,6 +4,7 @@
 
 #include <sys/un.h>
 
+#include <array>
 #include <cstddef>
 #include <string>
 #include <string_view>
@@ -30,6 +31,10 @@ enum MessageType : int {
     kAskHello = 128,
     kHello = 129,
 };
+
+/// What comes from a client, or is answered as if it did (a new connection).
+inline constexpr std::array kFromClient{kAccept, kRegister, kSubmit, kPoll,          kSubmitNoAccount,
+                                        kNotify, kLink,     kLogic,  kCloudResponse, kHello};
 
 /// A message with each field as given: magic as bytes, any length announced.
 [[nodiscard]] std::string encode_frame(std::string_view magic, int type, size_t length,
