@@ -110,12 +110,14 @@ TEST(IpcSend, LogsWhatOfHeaderOrBodyWasWritten) {
     EXPECT_EQ(body.of(kIpc), "write message error, n:" + std::to_string(full.rest().size() - 8));
 }
 
+char l_untouched[] = "untouched";
+
 struct Incoming {
     const char *name;
     std::string bytes;
     bool closed;
     int32_t result;
-    const char *body;  // null: left as it was
+    const char *body;  // l_untouched: left as it was
     const char *logged;
     friend void PrintTo(const Incoming &row, std::ostream *out) { *out << row.name; }
 };
@@ -129,17 +131,14 @@ TEST_P(IpcReceive, ReturnsItsCode) {
     if (row.closed) {
         pair.peer.reset();
     }
-    char untouched[] = "untouched";
-    char *body = untouched;
+    char *body = l_untouched;
     uint32_t type = 0;
     Log log(1);
     EXPECT_EQ(cloud_ipc_recv(pair.library.get(), &type, &body), row.result);
     EXPECT_EQ(log.of(kIpc), row.logged);
-    if (row.body == nullptr) {
-        EXPECT_TRUE(body == untouched || body == nullptr);
-    } else {
-        ASSERT_NE(body, untouched);
-        EXPECT_STREQ(body, row.body);
+    ASSERT_EQ(body == l_untouched, row.body == l_untouched);
+    EXPECT_STREQ(body, row.body);
+    if (body != l_untouched) {
         EXPECT_EQ(type, 67U);
         free(body);
     }
@@ -150,12 +149,12 @@ INSTANTIATE_TEST_SUITE_P(
     Case, IpcReceive,
     testing::Values(
         Incoming{"Message", "\xA1\xB2\x00\x43\x00\x00\x00\x02{}"_b, false, 0, "{}", ""},
-        Incoming{"NoBody", "\xA1\xB2\x00\x43\x00\x00\x00\x00"_b, false, 0, nullptr, ""},
-        Incoming{"Closed", "", true, -2002, nullptr, ""},
-        Incoming{"Silence", "", false, -2002, nullptr, "message header receive error, n:-1"},
-        Incoming{"HalfHeader", "\xA1\xB2\x00\x43\x00"_b, true, -2002, nullptr,
+        Incoming{"NoBody", "\xA1\xB2\x00\x43\x00\x00\x00\x00"_b, false, 0, l_untouched, ""},
+        Incoming{"Closed", "", true, -2002, l_untouched, ""},
+        Incoming{"Silence", "", false, -2002, l_untouched, "message header receive error, n:-1"},
+        Incoming{"HalfHeader", "\xA1\xB2\x00\x43\x00"_b, true, -2002, l_untouched,
                  "message header receive error, n:5"},
-        Incoming{"SwappedMagic", "\xB2\xA1\x00\x43\x00\x00\x00\x00"_b, false, -1000, nullptr,
+        Incoming{"SwappedMagic", "\xB2\xA1\x00\x43\x00\x00\x00\x00"_b, false, -1000, l_untouched,
                  "message header magic error"},
         Incoming{"CutByClose", kAnswer100, true, -1000, "{\"cut\"", "message body receive error, n:6"},
         Incoming{"CutBySilence", kAnswer100, false, -1000, "{\"cut\"", "message body receive error, n:6"},
