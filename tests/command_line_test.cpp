@@ -93,16 +93,17 @@ TEST(CommandLineRules, StaleDebugSwitchesAreCleared) {
 
 // With standard output closed, the broker's socket must not become it.
 TEST(CommandLineRules, ClosedOutputDoesNotReachTheBroker) {
+    const std::vector<std::string> command = emulator::cloud_msg_command();
+    if (command.size() > 1) {
+        GTEST_SKIP() << "what runs the program needs a standard output of its own";
+    }
     Device device;
     write_file("/tmp/cloud.debug", "");
     write_file("/tmp/log.4", "");
-    const std::string program = emulator::cloud_msg_command().back();
-    if (emulator::cloud_msg_command().size() == 1) {
-        EXPECT_EQ(device.run({"sh", "-c", program + " online >&- 2>&-"}).status, 0);
-        EXPECT_EQ(requests(device), std::vector<std::string>{R"({"method":"a"})"});
-        EXPECT_TRUE(device.journal().of_kind("bad_message").empty());
-        EXPECT_EQ(file("/tmp/cloud.error"), "0\n");
-    }
+    EXPECT_EQ(device.run({"sh", "-c", command.front() + " online >&- 2>&-"}).status, 0);
+    EXPECT_EQ(requests(device), std::vector<std::string>{R"({"method":"a"})"});
+    EXPECT_TRUE(device.journal().of_kind("bad_message").empty());
+    EXPECT_EQ(file("/tmp/cloud.error"), "0\n");
 }
 
 // A lock says that another process works on the image: nothing is done, and the lock stays.
