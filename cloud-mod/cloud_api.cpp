@@ -26,6 +26,7 @@ constexpr char kLogUnit[] = "cloud_api";
 constexpr char kVersion[] = "";  // empty on purpose: the stamp alone tells builds apart
 constexpr char kBuildStamp[] = "20171220_114854";
 constexpr int kSignalExitStatus = -1;
+constexpr char kInit[] = "cloud_api_init";  // its helpers log in its name
 
 // 1 while a teardown runs: a signal that strikes in it must not begin another.
 constinit std::atomic<int> l_destroying{0};
@@ -41,16 +42,16 @@ using ApiOwner = std::unique_ptr<CloudApi, Releaser<free>>;
 [[nodiscard]] bool _connect(CloudApi *api) {
     const int fd = cloud_ipc_client_init(kBrokerPath);
     if (fd < 0) {
-        CLOUD_ERROR("ipc client init error");
+        CLOUD_ERROR_IN(kInit, "ipc client init error");
         return false;
     }
     api->clientFd = fd;
-    CLOUD_DEBUG("api sockfd:%d", fd);
+    CLOUD_DEBUG_IN(kInit, "api sockfd:%d", fd);
 
-    if (!cloud_api_accept(fd, CLOUD_HERE, "errocode")) {
+    if (!cloud_api_accept(fd, CLOUD_HERE_IN(kInit), "errocode")) {
         return false;
     }
-    CLOUD_DEBUG("daemon accept success");
+    CLOUD_DEBUG_IN(kInit, "daemon accept success");
     return true;
 }
 
@@ -61,7 +62,7 @@ using ApiOwner = std::unique_ptr<CloudApi, Releaser<free>>;
     api->cbMaxNum = kCallbackSlots;
     api->cb = static_cast<CallbackSlot *>(calloc(static_cast<size_t>(api->cbMaxNum), sizeof(CallbackSlot)));
     if (api->cb == nullptr) {
-        CLOUD_ERROR("callback init error");
+        CLOUD_ERROR_IN(kInit, "callback init error");
         return false;
     }
     return true;

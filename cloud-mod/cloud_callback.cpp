@@ -21,6 +21,7 @@ namespace {
 constexpr char kLogUnit[] = "cloud_callback";
 constexpr char kTimeoutAnswer[] = R"({"error_code":-3002,"msg":"Request timeout"})";
 constexpr int kNoDescriptor = 0;
+constexpr char kThread[] = "callback_thread";  // its helpers log in its name
 
 [[nodiscard]] std::span<CallbackSlot> _slots(const CloudApi *api) {
     return {api->cb, static_cast<size_t>(api->cbMaxNum)};
@@ -71,7 +72,7 @@ void _poll(CloudApi *api, int32_t id) {
     std::array<char, kShortBodySize> text{};
     snprintf(text.data(), text.size(), "{\"id\":%d}", id);
     if (cloud_thread_send(api->threadFd, static_cast<uint32_t>(Message::kAsk), text.data()) != KXCC_OK) {
-        CLOUD_ERROR("ipc send error");
+        CLOUD_ERROR_IN(kThread, "ipc send error");
     }
 }
 
@@ -121,27 +122,27 @@ void _poll(CloudApi *api, int32_t id) {
 void _deliver(CloudApi *api, const char *body) {
     const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
-        CLOUD_ERROR("parse json error, msg:%s", body);
+        CLOUD_ERROR_IN(kThread, "parse json error, msg:%s", body);
         return;
     }
     int32_t id = 0;
     if (!cloud_json_int(tree.get(), "id", &id)) {
-        CLOUD_ERROR("get id error");
+        CLOUD_ERROR_IN(kThread, "get id error");
         return;
     }
     int32_t errorCode = 0;
     if (!cloud_json_int(tree.get(), "errorcode", &errorCode) || errorCode == KXCC_ERROR_PENDING) {
-        CLOUD_DEBUG("response has not reach yet");
+        CLOUD_DEBUG_IN(kThread, "response has not reach yet");
         return;
     }
     const char *const response = cloud_json_text(tree.get(), "response");
     const kxcc_callback callback = _take(api, id, response == nullptr);
     if (callback == nullptr) {
-        CLOUD_ERROR("no such request, id:%d, msg:%s", id, body);
+        CLOUD_ERROR_IN(kThread, "no such request, id:%d, msg:%s", id, body);
         return;
     }
     if (response == nullptr) {
-        CLOUD_DEBUG("get response error");
+        CLOUD_DEBUG_IN(kThread, "get response error");
         return;
     }
     callback(id, response);
@@ -152,7 +153,7 @@ void _receive(CloudApi *api) {
     const int ready = cloud_ipc_wait(fd, kLoopWaitMs);
     if (ready <= 0) {
         if (ready < 0 && errno != EINTR) {
-            CLOUD_DEBUG("select error");
+            CLOUD_DEBUG_IN(kThread, "select error");
         }
         return;
     }
@@ -161,12 +162,12 @@ void _receive(CloudApi *api) {
     const int32_t result = cloud_ipc_recv(fd, &type, &received);
     const HeapText body(received);
     if (result == KXCC_ERROR_RECEIVE) {
-        CLOUD_ERROR("cloud-brd close ipc");
+        CLOUD_ERROR_IN(kThread, "cloud-brd close ipc");
     } else if (result != KXCC_OK) {
-        CLOUD_ERROR("ipc recv error");
+        CLOUD_ERROR_IN(kThread, "ipc recv error");
     } else if (type != static_cast<uint32_t>(Message::kAnswer) || body == nullptr) {
-        CLOUD_ERROR("receive msg type error, type:%d, msg:%s", static_cast<int>(type),
-                    body != nullptr ? body.get() : "(null)");
+        CLOUD_ERROR_IN(kThread, "receive msg type error, type:%d, msg:%s", static_cast<int>(type),
+                       body != nullptr ? body.get() : "(null)");
     } else {
         _deliver(api, body.get());
     }

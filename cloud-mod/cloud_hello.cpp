@@ -8,7 +8,9 @@
 
 namespace {
 
-constexpr char kLogUnit[] = "cloud_register";  // the greeting is the register thread's business
+// The greeting is the business of the register thread's dispatcher: it logs in its name.
+constexpr char kLogUnit[] = "cloud_register";
+constexpr char kCall[] = "register_handle_dispatch";
 constexpr char kKcspVersion[] = "1.2";
 
 struct HelloField {
@@ -61,22 +63,22 @@ void cloud_hello_free(kxcc_hello_info *info) {
 JsonText cloud_hello_request(const kxcc_hello_info &info) {
     const JsonTree request = _request(info);
     if (request == nullptr) {
-        CLOUD_ERROR("fail to create json object");
+        CLOUD_ERROR_IN(kCall, "fail to create json object");
         return nullptr;
     }
     const JsonText text = cloud_json_print(request.get());
     if (text == nullptr) {
-        CLOUD_ERROR("transfer from json to string error");
+        CLOUD_ERROR_IN(kCall, "transfer from json to string error");
         return nullptr;
     }
     const JsonTree message(cJSON_CreateObject());
     if (cJSON_AddStringToObject(message.get(), "response", text.get()) == nullptr) {
-        CLOUD_ERROR("create object error");
+        CLOUD_ERROR_IN(kCall, "create object error");
         return nullptr;
     }
     JsonText body = cloud_json_print(message.get());
     if (body == nullptr) {
-        CLOUD_ERROR("transfer from json to string error");
+        CLOUD_ERROR_IN(kCall, "transfer from json to string error");
     }
     return body;
 }
@@ -84,34 +86,35 @@ JsonText cloud_hello_request(const kxcc_hello_info &info) {
 bool cloud_hello_result(const char *body, kxcc_hello_result *result, JsonTree *answer) {
     const JsonTree message = cloud_json_parse(body);
     if (message == nullptr) {
-        CLOUD_ERROR("parse message error");
+        CLOUD_ERROR_IN(kCall, "parse message error");
         return false;
     }
     int32_t brokerCode = 0;  // must be there; the cloud's own code is what counts
     if (!cloud_json_int(message.get(), "errorcode", &brokerCode)) {
-        CLOUD_ERROR("parse errorcode error");
+        CLOUD_ERROR_IN(kCall, "parse errorcode error");
         return false;
     }
     const char *const response = cloud_json_text(message.get(), "response");
     if (response == nullptr) {
-        CLOUD_ERROR("parse response error");
+        CLOUD_ERROR_IN(kCall, "parse response error");
         return false;
     }
     *answer = cloud_json_parse(response);
     if (*answer == nullptr) {
-        CLOUD_ERROR("parse message error");
+        CLOUD_ERROR_IN(kCall, "parse message error");
         return false;
     }
     if (!cloud_json_int(answer->get(), "error_code", &result->errorCode)) {
-        CLOUD_ERROR("parse inner errorcode error");
+        CLOUD_ERROR_IN(kCall, "parse inner errorcode error");
         return false;
     }
     if (result->errorCode != 0) {
-        CLOUD_ERROR("inner errorcode:%d", result->errorCode);  // such an answer mostly has no "result"
+        CLOUD_ERROR_IN(kCall, "inner errorcode:%d",
+                       result->errorCode);  // such an answer mostly has no "result"
     }
     const cJSON *const fields = cJSON_GetObjectItemCaseSensitive(answer->get(), "result");
     if (cJSON_IsObject(fields) == 0) {
-        CLOUD_ERROR("get result error");
+        CLOUD_ERROR_IN(kCall, "get result error");
         return false;
     }
     result->firmwareDownloadPage = cloud_json_text(fields, "fwDlPage");
@@ -120,7 +123,7 @@ bool cloud_hello_result(const char *body, kxcc_hello_result *result, JsonTree *a
         !cloud_json_int(fields, "kcspStatus", &result->status) ||
         !cloud_json_int(fields, "stopConnect", &result->stopConnect) ||
         !cloud_json_int(fields, "reconnectTime", &result->reconnectTime)) {
-        CLOUD_ERROR("get result error");
+        CLOUD_ERROR_IN(kCall, "get result error");
         return false;
     }
     return true;

@@ -19,6 +19,10 @@ namespace {
 constexpr char kLogUnit[] = "cloud_register";
 constexpr int kNoDescriptor = 0;
 
+// The helpers log in the name of the function that they work for.
+constexpr char kThread[] = "register_thread";
+constexpr char kDispatch[] = "register_handle_dispatch";
+
 struct Hooks {
     kxcc_request_handler handler;
     kxcc_hello_hooks hello;
@@ -47,7 +51,7 @@ void _set_hooks(CloudApi *api, const Hooks &hooks) {
     std::array<char, kShortBodySize> text{};
     snprintf(text.data(), text.size(), "{\"hellocloud\":%d}", _hooks(api).hello.request != nullptr ? 1 : 0);
     if (_send(api->registerFd, Message::kRegister, text.data()) != KXCC_OK) {
-        CLOUD_ERROR("ipc send error");
+        CLOUD_ERROR_IN(kThread, "ipc send error");
         return false;
     }
     uint32_t type = 0;
@@ -55,21 +59,21 @@ void _set_hooks(CloudApi *api, const Hooks &hooks) {
     const int32_t result = cloud_ipc_recv(api->registerFd, &type, &received);
     const HeapText body(received);
     if (result != KXCC_OK) {
-        CLOUD_ERROR("ipc recv error");
+        CLOUD_ERROR_IN(kThread, "ipc recv error");
         return false;
     }
     const JsonTree tree = cloud_json_parse(body.get());
     if (tree == nullptr) {
-        CLOUD_ERROR("parse message error");
+        CLOUD_ERROR_IN(kThread, "parse message error");
         return false;
     }
     int32_t errorCode = 0;
     if (!cloud_json_int(tree.get(), "errorcode", &errorCode)) {
-        CLOUD_ERROR("parse errorcode error");
+        CLOUD_ERROR_IN(kThread, "parse errorcode error");
         return false;
     }
     if (errorCode != 0) {
-        CLOUD_ERROR("register error, errorcode:%d", errorCode);
+        CLOUD_ERROR_IN(kThread, "register error, errorcode:%d", errorCode);
         return false;
     }
     return true;
@@ -81,7 +85,7 @@ void _set_hooks(CloudApi *api, const Hooks &hooks) {
     const int ready = cloud_ipc_wait(fd, kLoopWaitMs);
     if (ready <= 0) {
         if (ready < 0 && errno != EINTR) {
-            CLOUD_DEBUG("select error");
+            CLOUD_DEBUG_IN(kThread, "select error");
         }
         return true;
     }
@@ -90,11 +94,11 @@ void _set_hooks(CloudApi *api, const Hooks &hooks) {
     const int32_t result = cloud_ipc_recv(fd, &type, &received);
     const HeapText body(received);
     if (result == KXCC_ERROR_RECEIVE) {
-        CLOUD_ERROR("cloud-brd close ipc");
+        CLOUD_ERROR_IN(kThread, "cloud-brd close ipc");
         return false;
     }
     if (result != KXCC_OK) {
-        CLOUD_ERROR("ipc recv error");
+        CLOUD_ERROR_IN(kThread, "ipc recv error");
         return true;
     }
     register_handle_dispatch(fd, type, body.get());
@@ -108,7 +112,7 @@ void _greet(int fd, const Hooks &hooks) {
     }
     const HelloInfo info(given);
     if (info == nullptr) {
-        CLOUD_ERROR("fail to get the request string of hellocloud");
+        CLOUD_ERROR_IN(kDispatch, "fail to get the request string of hellocloud");
         return;
     }
     const JsonText body = cloud_hello_request(*info);
@@ -116,10 +120,10 @@ void _greet(int fd, const Hooks &hooks) {
         return;
     }
     if (_send(fd, Message::kHelloRequest, body.get()) != KXCC_OK) {
-        CLOUD_ERROR("ipc send helloCloud error");
+        CLOUD_ERROR_IN(kDispatch, "ipc send helloCloud error");
         return;
     }
-    CLOUD_DEBUG("ipc send helloCloud success");
+    CLOUD_DEBUG_IN(kDispatch, "ipc send helloCloud success");
 }
 
 void _take_greeting_answer(const char *body, const Hooks &hooks) {
@@ -141,16 +145,16 @@ void _take_greeting_answer(const char *body, const Hooks &hooks) {
 void _answer_cloud(int fd, const char *body, const Hooks &hooks) {
     const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
-        CLOUD_ERROR("parse message error");
+        CLOUD_ERROR_IN(kDispatch, "parse message error");
         return;
     }
     const char *const request = cloud_json_text(tree.get(), "request");
     if (request == nullptr) {
-        CLOUD_ERROR("parse request error");
+        CLOUD_ERROR_IN(kDispatch, "parse request error");
         return;
     }
     if (hooks.handler == nullptr) {
-        CLOUD_ERROR("parameter error");
+        CLOUD_ERROR_IN(kDispatch, "parameter error");
         return;
     }
     char *given = nullptr;
@@ -158,11 +162,11 @@ void _answer_cloud(int fd, const char *body, const Hooks &hooks) {
     const HeapText response(given);
     const JsonText answer = _response_body(errorCode, response.get());
     if (answer == nullptr) {
-        CLOUD_ERROR("create object error");
+        CLOUD_ERROR_IN(kDispatch, "create object error");
         return;
     }
     if (_send(fd, Message::kCloudResponse, answer.get()) != KXCC_OK) {
-        CLOUD_ERROR("ipc send response error");
+        CLOUD_ERROR_IN(kDispatch, "ipc send response error");
     }
 }
 

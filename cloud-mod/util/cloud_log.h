@@ -27,7 +27,8 @@ struct LogSite {
 void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
-#define CLOUD_HERE (LogSite{kLogUnit, __func__, __LINE__})
+#define CLOUD_HERE_IN(call) (LogSite{kLogUnit, call, __LINE__})
+#define CLOUD_HERE CLOUD_HERE_IN(__func__)
 
 // Macros, so that a line that is switched off evaluates none of its arguments.
 #define CLOUD_LOG_FOR(level, site, ...)                \
@@ -37,7 +38,7 @@ void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ..
         }                                              \
     } while (0)
 // For a helper that speaks for one of several calls: the line is its own, the function the call's.
-#define CLOUD_LOG_IN(level, call, ...) CLOUD_LOG_FOR(level, (LogSite{kLogUnit, call, __LINE__}), __VA_ARGS__)
+#define CLOUD_LOG_IN(level, call, ...) CLOUD_LOG_FOR(level, CLOUD_HERE_IN(call), __VA_ARGS__)
 #define CLOUD_DEBUG(...) CLOUD_LOG_FOR(LogLevel::kDebug, CLOUD_HERE, __VA_ARGS__)
 #define CLOUD_ERROR(...) CLOUD_LOG_FOR(LogLevel::kError, CLOUD_HERE, __VA_ARGS__)
 #define CLOUD_DEBUG_IN(call, ...) CLOUD_LOG_IN(LogLevel::kDebug, call, __VA_ARGS__)
