@@ -8,6 +8,10 @@
 
 namespace {
 
+// For the cloud's text, which cJSON reads by recursion: 1000 levels, the most that it accepts, take up
+// to 105 KiB. A C library's own choice (musl: 128 KiB) would leave a callback little beside that.
+constexpr size_t kStackSize = 256 * size_t{1024};
+
 constinit thread_local bool l_own = false;
 
 void _add_signals(sigset_t *set) {
@@ -15,6 +19,17 @@ void _add_signals(sigset_t *set) {
     sigaddset(set, SIGPIPE);
     sigaddset(set, SIGINT);
     sigaddset(set, SIGTERM);
+}
+
+[[nodiscard]] bool _create(pthread_t *handle, void *(*run)(void *), CloudApi *api) {
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) {
+        return false;
+    }
+    const bool created = pthread_attr_setstacksize(&attributes, kStackSize) == 0 &&
+                         pthread_create(handle, &attributes, run, api) == 0;
+    pthread_attr_destroy(&attributes);
+    return created;
 }
 
 }  // namespace
@@ -43,7 +58,7 @@ int32_t cloud_thread_ensure(CloudThread *thread, CloudApi *api, const ThreadStar
     cloud_thread_join(thread);
     {
         const SignalsBlocked inherited;  // by the new thread
-        thread->joinable = pthread_create(&thread->handle, nullptr, start.run, api) == 0;
+        thread->joinable = _create(&thread->handle, start.run, api);
     }
     if (!thread->joinable) {
         CLOUD_LOG_FOR(LogLevel::kDebug, site, "%s", start.failure);

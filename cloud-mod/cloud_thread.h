@@ -2,7 +2,7 @@
 // always joined.
 //
 // The teardown joins them, so it can never run in one of them: SIGPIPE, SIGINT and SIGTERM are
-// blocked there, and a broken connection shows as the error of the send.
+// blocked there, and a broken connection shows as the error of the send. Each has a stack of 256 KiB.
 #pragma once
 
 #include <pthread.h>

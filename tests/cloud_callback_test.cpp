@@ -191,6 +191,24 @@ TEST_F(Callback, SurvivesABrokerThatGoesAway) {
     EXPECT_THAT(logged, HasSubstr("ipc send error"));
 }
 
+void _tell_stack(int32_t id, const char * /*text*/) {
+    pthread_attr_t attributes;
+    size_t size = 0;
+    pthread_getattr_np(pthread_self(), &attributes);
+    pthread_attr_getstacksize(&attributes, &size);
+    pthread_attr_destroy(&attributes);
+    _on_answer(id, size < size_t{1} << 20 ? "small" : "large");
+}
+
+TEST_F(Callback, ReadsTheDeepestTextOnASmallStack) {
+    const Broker broker(_numbering([](const Received & /*message*/) {
+        return frame(67, R"({"id":1,"errorcode":0,"response":"a","x":)" + std::string(999, '[') +
+                             std::string(999, ']') + "}");
+    }));
+    ASSERT_EQ(kxcc_send_request_async("{}", 60000, 1, _tell_stack), 1);
+    EXPECT_EQ(l_answers.await(1), (Answers::List{{1, "small"}}));
+}
+
 void _tear_down(int32_t id, const char *text) {
     cloud_api_destroy();
     _on_answer(id, text);
