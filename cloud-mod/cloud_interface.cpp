@@ -1,5 +1,8 @@
-#include "cloud_interface.h"
-
+// The calls on the main connection: submit a request, ask for its answer, both at once, the broker's
+// status, and notifications. They are public calls, documented in kxcc.h.
+//
+// Each is one message out and one in, in the calling thread, without a lock: two threads must not
+// be in them at once. A failed exchange leaves the connection as it is; nothing is sent again.
 #include <kxcc.h>
 #include <unistd.h>
 
