@@ -26,7 +26,10 @@ constexpr char kLogUnit[] = "cloud_api";
 constexpr char kVersion[] = "";  // empty on purpose: the stamp alone tells builds apart
 constexpr char kBuildStamp[] = "20171220_114854";
 constexpr int kSignalExitStatus = -1;
-constexpr char kInit[] = "cloud_api_init";  // its helpers log in its name
+
+// The helpers log in the name of the call that they work for.
+constexpr char kInit[] = "cloud_api_init";
+constexpr char kDestroy[] = "cloud_api_destroy";
 
 // 1 while a teardown runs: a signal that strikes in it must not begin another.
 constinit std::atomic<int> l_destroying{0};
@@ -83,19 +86,48 @@ void _install_hooks() {
     atexit(cloud_api_destroy);
 }
 
-void _tear_down(CloudApi *api) {
+enum class Memory { kFreed, kLeft };
+
+void _tear_down(CloudApi *api, Memory memory) {
+    const bool inherited =
+        cloud_thread_is_inherited(api->callbackThread) || cloud_thread_is_inherited(api->registerThread);
     callback_thread_destroy(api);
     register_thread_destroy(api);
-    free(api->cb);
-    pthread_mutex_destroy(&api->apiLock);
-    pthread_mutex_destroy(&api->callbackLock);
-    pthread_mutex_destroy(&api->registerLock);
     if (api->clientFd != 0) {
         close(api->clientFd);
         api->clientFd = 0;
     }
-    free(api);
     cloudApi = nullptr;
+    if (memory == Memory::kLeft) {
+        return;
+    }
+    free(api->cb);
+    if (!inherited) {  // a lock that the parent's thread held at the fork is not to be destroyed
+        pthread_mutex_destroy(&api->apiLock);
+        pthread_mutex_destroy(&api->callbackLock);
+        pthread_mutex_destroy(&api->registerLock);
+    }
+    free(api);
+}
+
+void _destroy(Memory memory) {
+    CLOUD_DEBUG_IN(kDestroy, "begin destroy cloud api");
+    if (cloud_thread_is_own()) {
+        CLOUD_ERROR_IN(kDestroy, "a background thread cannot destroy the api");
+        return;
+    }
+    if (l_destroying.exchange(1) != 0) {
+        CLOUD_DEBUG_IN(kDestroy, "cloud api already destroyed");
+        return;
+    }
+    CloudApi *const api = cloudApi;
+    if (api != nullptr) {
+        _tear_down(api, memory);
+        CLOUD_DEBUG_IN(kDestroy, "end destroy cloud api");
+    } else {
+        CLOUD_DEBUG_IN(kDestroy, "cloud api already destroyed");
+    }
+    l_destroying = 0;
 }
 
 }  // namespace
@@ -124,23 +156,7 @@ CloudApi *cloud_api_init() {
 }
 
 void cloud_api_destroy() {
-    CLOUD_DEBUG("begin destroy cloud api");
-    if (cloud_thread_is_own()) {
-        CLOUD_ERROR("a background thread cannot destroy the api");
-        return;
-    }
-    if (l_destroying.exchange(1) != 0) {
-        CLOUD_DEBUG("cloud api already destroyed");
-        return;
-    }
-    CloudApi *const api = cloudApi;
-    if (api != nullptr) {
-        _tear_down(api);
-        CLOUD_DEBUG("end destroy cloud api");
-    } else {
-        CLOUD_DEBUG("cloud api already destroyed");
-    }
-    l_destroying = 0;
+    _destroy(Memory::kFreed);
 }
 
 void cloud_api_dump(CloudApi *api) {
@@ -158,7 +174,7 @@ void cloud_api_dump(CloudApi *api) {
 
 void cloud_api_sigint_handle(int number) {
     CLOUD_DEBUG("receive sigint:%d", number);
-    cloud_api_destroy();
+    _destroy(Memory::kLeft);
     _exit(kSignalExitStatus);
 }
 

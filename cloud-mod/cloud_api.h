@@ -53,14 +53,16 @@ extern constinit std::atomic<CloudApi *>
 /// Tears the instance down: joins the callback thread, which waits for its pending requests, and the
 /// register thread, closes the connection, frees everything. Harmless when there is no instance, when
 /// a teardown runs already (a signal interrupted it), and in a background thread, which cannot wait
-/// for itself: it is refused there.
+/// for itself: it is refused there. In a child made by fork() it gives up the child's copies only.
 void cloud_api_destroy();
 
 /// Prints the instance on standard output, whatever the log level.
 void cloud_api_dump(CloudApi *api);
 
 /// SIGINT, SIGTERM: teardown, then _exit(-1): status 255 without exit handlers. During a teardown,
-/// also that of another handler: _exit(-1) at once.
+/// also that of another handler: _exit(-1) at once. They strike anywhere, inside malloc() too: so this
+/// teardown leaves the memory to the end of the process. A background thread that needs the lock which
+/// the interrupted call holds (the heap's, standard output's) is waited for until the second signal.
 void cloud_api_sigint_handle(int number);
 
 /// SIGPIPE: teardown; the interrupted write fails and the program goes on.

@@ -1,6 +1,7 @@
 #include "cloud_thread.h"
 
 #include <kxcc.h>
+#include <unistd.h>
 
 #include <ctime>
 
@@ -12,7 +13,8 @@ namespace {
 // to 105 KiB. A C library's own choice (musl: 128 KiB) would leave a callback little beside that.
 constexpr size_t kStackSize = 256 * size_t{1024};
 
-constinit thread_local bool l_own = false;
+// Of the initial-exec model, since a handler asks: the first look at another one may allocate.
+[[gnu::tls_model("initial-exec")]] constinit thread_local bool l_own = false;
 
 void _add_signals(sigset_t *set) {
     sigemptyset(set);
@@ -32,6 +34,10 @@ void _add_signals(sigset_t *set) {
     return created;
 }
 
+[[nodiscard]] bool _is_here(const CloudThread &thread) {
+    return thread.process == getpid();
+}
+
 }  // namespace
 
 SignalsBlocked::SignalsBlocked() {
@@ -45,7 +51,11 @@ SignalsBlocked::~SignalsBlocked() {
 }
 
 bool cloud_thread_runs(const CloudThread &thread) {
-    return thread.joinable && thread.gaveUp == 0;
+    return _is_here(thread) && thread.gaveUp == 0;
+}
+
+bool cloud_thread_is_inherited(const CloudThread &thread) {
+    return thread.process != 0 && !_is_here(thread);
 }
 
 int32_t cloud_thread_ensure(CloudThread *thread, CloudApi *api, const ThreadStart &start,
@@ -58,9 +68,9 @@ int32_t cloud_thread_ensure(CloudThread *thread, CloudApi *api, const ThreadStar
     cloud_thread_join(thread);
     {
         const SignalsBlocked inherited;  // by the new thread
-        thread->joinable = _create(&thread->handle, start.run, api);
+        thread->process = _create(&thread->handle, start.run, api) ? getpid() : 0;
     }
-    if (!thread->joinable) {
+    if (thread->process == 0) {
         CLOUD_LOG_FOR(LogLevel::kDebug, site, "%s", start.failure);
         return KXCC_ERROR_GENERAL;
     }
@@ -69,11 +79,11 @@ int32_t cloud_thread_ensure(CloudThread *thread, CloudApi *api, const ThreadStar
 }
 
 void cloud_thread_join(CloudThread *thread) {
-    if (thread->joinable) {
+    if (_is_here(*thread)) {
         pthread_join(thread->handle, nullptr);
-        thread->joinable = false;
-        thread->gaveUp = 0;
     }
+    thread->process = 0;
+    thread->gaveUp = 0;
 }
 
 void cloud_thread_mark_own() {

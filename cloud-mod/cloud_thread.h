@@ -6,6 +6,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <csignal>
@@ -30,15 +31,19 @@ private:
 };
 
 /// A thread from its start until it is joined; all zero when there is none. Belongs to the thread
-/// that owns the instance, but for `gaveUp`.
+/// that owns the instance, but for `gaveUp`. A child made by fork() gets a copy of this, but no
+/// thread: there it counts as none, and nothing waits for it.
 struct CloudThread {
     pthread_t handle;
-    bool joinable;
+    pid_t process;                ///< that started it; 0: there is none to join
     std::atomic<int32_t> gaveUp;  ///< set to 1 by the thread: it ends and counts as not running
 };
 
 /// Does the thread count as running? Yes from its start until it is joined or has given up.
 [[nodiscard]] bool cloud_thread_runs(const CloudThread &thread);
+
+/// Is it a thread of the parent, of which fork() has copied this record only?
+[[nodiscard]] bool cloud_thread_is_inherited(const CloudThread &thread);
 
 /// What differs between the starts of the two threads.
 struct ThreadStart {

@@ -247,6 +247,12 @@ TEST(LibraryLog, WritesTheWholeLine) {
     EXPECT_TRUE(text.ends_with(" | - " + whole + "%\n"));
 }
 
+TEST(LibraryLog, StampsWithTheLocalTime) {
+    const HeapText stamp(cloud_time_string());
+    EXPECT_THAT(stamp.get(),
+                MatchesRegex("[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3}"));
+}
+
 TEST(LibraryLog, LeavesErrnoAlone) {
     Log log(4);
     errno = EXDEV;

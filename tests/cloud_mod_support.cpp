@@ -27,8 +27,16 @@ constexpr std::chrono::seconds kWatchdog{60};
 std::atomic<int> l_failing{0};
 std::atomic<int> l_living{0};
 std::atomic<int> l_access{0};
+thread_local bool l_forbidden = false;
+
+void _touch_heap() {
+    if (l_forbidden) {
+        _exit(99);
+    }
+}
 
 bool _fails() {
+    _touch_heap();
     return l_failing > 0 && --l_failing == 0;
 }
 
@@ -66,6 +74,7 @@ void *__wrap_calloc(size_t count, size_t size) {
     return _fails() ? nullptr : (++l_living, __real_calloc(count, size));
 }
 void __wrap_free(void *memory) {
+    _touch_heap();
     l_living -= memory != nullptr ? 1 : 0;
     __real_free(memory);
 }
@@ -85,6 +94,10 @@ void fail_allocation(int nth) {
 
 bool allocation_failed() {
     return l_failing == 0;
+}
+
+void forbid_heap() {
+    l_forbidden = true;
 }
 
 int living_allocations() {

@@ -101,6 +101,9 @@ bool allocation_failed();
 /// Allocations of the library and of cJSON that were not released yet.
 int living_allocations();
 
+/// From now on this process ends with status 99 when this thread has the library touch the heap.
+void forbid_heap();
+
 /// Runs `work` again and again, each time with the next allocation failing, until none does.
 /// `work` leaves nothing behind: the count of living allocations is compared.
 void with_each_allocation_failing(const std::function<void()> &work);

@@ -1,16 +1,22 @@
-// Signals that end a program of the library: the status, and the connections closed.
-#include <gtest/gtest.h>
+// The end of a program of the library, by a signal or as a child of fork(): the status, and the
+// connections closed.
+#include <gmock/gmock.h>
 #include <kxcc.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
 #include <functional>
 
 #include "cloud_api.h"
 #include "cloud_mod_support.h"
 #include "cloud_owner.h"
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -55,6 +61,8 @@ void _request() {
     static_cast<void>(kxcc_send_request_sync("{}", 60000, 1, &text));
 }
 
+std::array<int, 2> l_called{-1, -1};  // a pipe
+
 void _ignore(int32_t /*id*/, const char * /*text*/) {}
 
 void _wait_for_callback() {
@@ -62,6 +70,16 @@ void _wait_for_callback() {
     for (;;) {
         pause();
     }
+}
+
+// A request with a callback, made and answered: from then on its thread runs.
+void _start_thread() {
+    static_cast<void>(!pipe(l_called.data()));
+    static_cast<void>(kxcc_send_request_async("{}", 1, 1, [](int32_t /*id*/, const char * /*text*/) {
+        static_cast<void>(!write(l_called[1], "", 1));
+    }));
+    char called = 0;
+    static_cast<void>(!read(l_called[0], &called, 1));
 }
 
 TEST(Signals, EndARequest) {
@@ -111,6 +129,52 @@ TEST(Signals, EndATeardownAtOnce) {
         broker.await_closed(1);
         EXPECT_EQ(child.status(), 255) << first;
     }
+}
+
+// A signal may strike inside malloc(): what needs the heap then waits for ever.
+TEST(Signals, EndWithoutTheHeap) {
+    for (const int number : {SIGTERM, SIGINT}) {
+        Log log(4);
+        const Child child([number] {
+            setvbuf(stdout, nullptr, _IONBF, 0);
+            _start_thread();
+            forbid_heap();
+            raise(number);
+        });
+        Broker broker(_pending);
+        child.start();
+        EXPECT_EQ(child.status(), 255) << number;
+        broker.await_closed(0);
+        broker.await_closed(1);
+        EXPECT_THAT(log.of("cloud_api"),
+                    testing::EndsWith("api init success / receive sigint:" + std::to_string(number) +
+                                      " / begin destroy cloud api / end destroy cloud api"));
+    }
+}
+
+TEST(Fork, ChildEndsWithoutTheThreadsAndLeavesTheConnectionAlone) {
+    Log log(4);
+    const Child parent([] {
+        setvbuf(stdout, nullptr, _IONBF, 0);
+        _start_thread();
+        for (const int number : {0, SIGPIPE, SIGTERM}) {
+            const Child child([number] {
+                raise(number);
+                exit(number);
+            });
+            child.start();
+            if (child.status() != (number == SIGTERM ? 255 : number)) {
+                _exit(1);
+            }
+        }
+        _exit(kxcc_send_request_async("{}", 1, 1, nullptr) == 5 ? 0 : 2);
+    });
+    Broker broker(_pending);
+    parent.start();
+    EXPECT_EQ(parent.status(), 0);
+    EXPECT_EQ(broker.connections(), 2);
+    EXPECT_THAT(log.of("cloud_callback"),
+                AllOf(HasSubstr("already destroyed"), Not(HasSubstr("canceled"))));  // that is, joined
 }
 
 }  // namespace

@@ -12,7 +12,8 @@
  * Threads: all calls belong to one thread of the program. Callbacks, handlers and hooks run in
  * threads of the library and must not call it. Those threads block SIGPIPE, SIGINT and SIGTERM, and
  * the program's other threads must do so, too: a handler that runs in one of them takes the
- * connection away under a call. They have a stack of 256 KiB.
+ * connection away under a call. They have a stack of 256 KiB. A child made by fork() must not call the
+ * library; its end and its signals leave the parent's connection alone.
  *
  * Log: while one of the files "/tmp/log.1" to "/tmp/log.4" exists, the library logs on standard
  * output, with "/tmp/log.4" whole messages. */

@@ -24,7 +24,6 @@
 namespace {
 
 constexpr char kLogUnit[] = "../cloud-mod/util/cloud_ipc";
-constexpr size_t kTimeStringSize = 24;
 
 // What was transferred is reported as an int: a longer body could not be told from a failure.
 constexpr uint32_t kLongestBody = INT32_MAX - 1;
@@ -204,22 +203,23 @@ int cloud_ipc_wait(int fd, int timeoutMs) {
     return ready;
 }
 
-char *cloud_time_string() {
+bool cloud_time_text(TimeText *text) {
     timeval now{};
     tm local{};
     gettimeofday(&now, nullptr);
     if (localtime_r(&now.tv_sec, &local) == nullptr) {
-        return nullptr;
+        return false;
     }
-    HeapText text(static_cast<char *>(calloc(1, kTimeStringSize)));
-    if (text == nullptr) {
-        return nullptr;
-    }
-    const int size = snprintf(text.get(), kTimeStringSize, "%04d-%02d-%02d %02d:%02d:%02d.%03d",
+    const int size = snprintf(text->data(), text->size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d",
                               local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
                               local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec / 1000));
     // A clock gone wild (a year of five digits) has no time stamp of this form.
-    return size < static_cast<int>(kTimeStringSize) ? text.release() : nullptr;
+    return size < static_cast<int>(text->size());
+}
+
+char *cloud_time_string() {
+    TimeText text;
+    return cloud_time_text(&text) ? cloud_string_dup(text.data()) : nullptr;
 }
 
 int64_t cloud_time_ms() {

@@ -6,6 +6,7 @@
 // signal fails the call too), and no descriptor is closed but by the two init functions.
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 /// Connects to the socket at `path`.
@@ -35,6 +36,14 @@
 /// Waits until `fd` can be read (end of file included).
 /// @return 1; 0 not within `timeoutMs` milliseconds; -1 with errno.
 [[nodiscard]] int cloud_ipc_wait(int fd, int timeoutMs);
+
+/// Room for "2026-01-31 09:05:07.042" with its NUL.
+using TimeText = std::array<char, 24>;
+
+/// Writes the local time as "2026-01-31 09:05:07.042". Does not touch the heap.
+/// @param text  out: good only on true.
+/// @return false when there is no such time.
+[[nodiscard]] bool cloud_time_text(TimeText *text);
 
 /// Local time as "2026-01-31 09:05:07.042" (23 characters).
 /// @return heap text, the caller's to free(); null when there is no memory or no such time.

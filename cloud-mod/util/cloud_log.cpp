@@ -48,8 +48,8 @@ void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ..
         }
     }
 
-    const HeapText stamp(cloud_time_string());
-    printf("%s | %5s | pid:%d | %s:%d | %s | - %s\n", stamp != nullptr ? stamp.get() : "",
+    TimeText stamp;
+    printf("%s | %5s | pid:%d | %s:%d | %s | - %s\n", cloud_time_text(&stamp) ? stamp.data() : "",
            level == LogLevel::kDebug ? "debug" : "error", static_cast<int>(getpid()), site.unit, site.line,
            site.function, whole != nullptr ? whole.get() : usual.data());
     errno = saved;

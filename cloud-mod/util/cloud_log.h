@@ -21,7 +21,8 @@ struct LogSite {
     int line;
 };
 
-/// Writes one line with a single call of printf, not flushed. Leaves errno as it was.
+/// Writes one line with a single call of printf, not flushed. Leaves errno as it was. Touches the heap
+/// for a message of more than 255 characters only, so that a signal handler may log.
 /// @param format    printf format of the message, without the newline; any length of the result is
 ///                  written whole (cut at 255 characters only when there is no memory left).
 void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...)
