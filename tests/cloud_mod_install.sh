@@ -42,7 +42,7 @@ cflags=$(pkg-config --cflags kxcc)
 $CC -std=c99 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/header.c"
 $CXX -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/header.cpp"
 
-# Each example as C and as C++, one of them written in C++, and one against the static library.
+# Each example as C and as C++, one of them written in C++, and one by each line of the documentation.
 build_with_pkg_config() {
     $1 $CFLAGS -Wall -Wextra -Werror -o "$work/$3" $2 $(pkg-config --cflags --libs kxcc)
 }
@@ -51,11 +51,17 @@ for name in synchronous callback service; do
     build_with_pkg_config "$CXX" "-x c++ $source/examples/$name.c -x none" $name-as-cpp
 done
 build_with_pkg_config "$CXX" "$source/examples/synchronous.cpp" synchronous-cpp
-$CC $CFLAGS -o "$work/synchronous-static" "$source/examples/synchronous.c" $cflags \
-    $(pkg-config --static --libs kxcc | sed 's/-lkxcc/-l:libkxcc.a/')
-if readelf -d "$work/synchronous-static" | grep kxcc; then
-    fail "not linked with the static library"
-fi
+cc() {
+    $CC $CFLAGS "$@"
+}
+cp "$source/examples/synchronous.c" "$work/program.c"
+grep '^cc program\.c ' "$source/docs/client-library.md" >"$work/documented"
+[ "$(wc -l <"$work/documented")" -eq 2 ] || fail "the documentation does not have two lines"
+for kind in shared static; do
+    (cd "$work" && eval "$(sed -n 1p documented)" && sed -i 1d documented && mv a.out synchronous-$kind)
+    readelf -d "$work/synchronous-$kind" | sed -n 's/.*NEEDED.*\[\(libkxcc.*\)\]/shared/p' >"$work/kind"
+    [ "$(cat "$work/kind")" = "$(echo $kind | sed s/static//)" ] || fail "synchronous-$kind is not $kind"
+done
 
 # The CMake package.
 cat >"$work/CMakeLists.txt" <<END
@@ -70,13 +76,20 @@ END
 cmake -S "$work" -B "$work/user" "-DCMAKE_PREFIX_PATH=$stage" "-DCMAKE_C_FLAGS=$CFLAGS" "-DCMAKE_C_COMPILER=$CC" >"$work/cmake.log"
 cmake --build "$work/user" >>"$work/cmake.log" || fail "$(cat "$work/cmake.log")"
 
+mkdir "$work/empty"
+if PKG_CONFIG_LIBDIR="$work/empty" cmake -S "$work" -B "$work/without" "-DCMAKE_PREFIX_PATH=$stage" "-DCMAKE_C_COMPILER=$CC" \
+    >"$work/cmake.log" 2>&1; then
+    fail "the package was found without cJSON"
+fi
+grep -q 'kxcc needs cJSON' "$work/cmake.log" || fail "$(cat "$work/cmake.log")"
+
 # All of them on the device.
 extender=$build/extender
 if [ ! -x "$extender" ]; then
     echo "no emulated device here: the examples were built, not run"
     exit 0
 fi
-for name in synchronous synchronous-cpp synchronous-static callback callback-as-cpp user/user_kxcc user/user_static; do
+for name in synchronous synchronous-cpp synchronous-shared synchronous-static callback callback-as-cpp user/user_kxcc user/user_static; do
     "$extender" run --journal "$work/journal" -- "$work/$name" '{"method":"myTestConnection"}' >"$work/out"
     grep -q '"error_code":-20103' "$work/out" || fail "$name printed: $(cat "$work/out")"
 done
