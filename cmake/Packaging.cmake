@@ -66,7 +66,8 @@ set(CPACK_DEBIAN_LIBKXCC-DEV_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_COMPONENT_LIBKXCC-DEV_DESCRIPTION "Development files of the client library of the device's cloud broker:
 header, static library, pkg-config and CMake files, manual page.")
 
-install(FILES ${PROJECT_SOURCE_DIR}/man/cloud_msg.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+file(GLOB MANUAL_PAGES ${PROJECT_SOURCE_DIR}/man/*.1)
+install(FILES ${MANUAL_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 
 set(DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc)
 file(GLOB GUIDES ${PROJECT_SOURCE_DIR}/docs/*.md)
