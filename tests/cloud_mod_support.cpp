@@ -229,7 +229,7 @@ void Broker::_take_messages(int index) {
     Connection &connection = connections_[static_cast<size_t>(index)];
     const auto byte = [&](size_t i) { return static_cast<unsigned char>(connection.input[i]); };
     while (connection.fd >= 0 && connection.input.size() >= 8) {
-        const size_t length = byte(4) << 24 | byte(5) << 16 | byte(6) << 8 | byte(7);
+        const auto length = static_cast<size_t>(byte(4) << 24 | byte(5) << 16 | byte(6) << 8 | byte(7));
         if (connection.input.size() < 8 + length) {
             return;
         }
