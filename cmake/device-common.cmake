@@ -28,6 +28,7 @@ set(DEVICE_EXTRA_LINK "" CACHE STRING "More flags for linking programs")
 set(CMAKE_EXE_LINKER_FLAGS_INIT
     "${DEVICE_LINK_FLAGS} -flto-partition=one -ffunction-sections -fdata-sections \
 -Wl,-T,${CMAKE_CURRENT_LIST_DIR}/device_layout.ld ${DEVICE_EXTRA_LINK}")
+set(CLOUD_LINK_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/device_layout.ld)
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS}")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
