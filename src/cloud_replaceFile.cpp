@@ -53,6 +53,10 @@ bool _overwrite(const char *path, std::string_view text) {
            ftruncate(file.get(), static_cast<off_t>(text.size())) == 0;
 }
 
+int _create(const char *path) {
+    return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+}
+
 // Whoever may read the old file may read the new one, and nobody else.
 void _take_over(const char *path, int fd) {
     struct stat old {};
@@ -67,8 +71,10 @@ void _take_over(const char *path, int fd) {
 ReplaceResult cloud_replaceFile(const char *path, std::string_view text) {
     std::array<char, kPathRoom> beside;
     snprintf(beside.data(), beside.size(), "%s.%ld", path, static_cast<long>(getpid()));
-    unlink(beside.data());  // left by a killed process that had this id
-    const UniqueFd file(open(beside.data(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
+    UniqueFd file(_create(beside.data()));
+    if (!file.ok() && errno == EEXIST && unlink(beside.data()) == 0) {
+        file.reset(_create(beside.data()));  // it was left by a killed process that had this id
+    }
     if (!file.ok()) {
         return _overwrite(path, text) ? kReplaced : kReplaceOpenFailed;
     }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -16,7 +17,9 @@
 
 namespace {
 
-constexpr size_t kKeyRoom = 1024;  // "<key>=" with its terminator
+constexpr size_t kMessageRoom = kConsoleMessageMax + 2;  // the newline and the terminator
+constexpr char kTrailer[] = "\n\n";                      // an empty line, and the newline of its message
+constexpr size_t kKeyRoom = 1024;                        // "<key>=" with its terminator
 constexpr int kDigestSize = 16;
 constexpr char kHtmlBreak[] = "<br/>";
 constexpr size_t kHtmlBreakLength = sizeof(kHtmlBreak) - 1;
@@ -38,6 +41,33 @@ constexpr std::array l_newline{"\r\n", "\n\r", "\r", "\n", "\\r\\n", "\\n\\r", "
     return true;
 }
 
+// One console message: the text, cut, and a newline.
+// @param out  kMessageRoom bytes.
+// @return its length; 0 when the text cannot be formatted.
+__attribute__((format(printf, 2, 0))) size_t _format_message(char *out, const char *fmt, va_list arguments) {
+    const int wanted = vsnprintf(out, kConsoleMessageMax + 1, fmt, arguments);
+    if (wanted < 0) {
+        return 0;
+    }
+    const size_t length = std::min(static_cast<size_t>(wanted), kConsoleMessageMax);
+    out[length] = '\n';
+    return length + 1;
+}
+
+__attribute__((format(printf, 2, 3))) size_t _print_message(char *out, const char *fmt, ...) {
+    va_list arguments;
+    va_start(arguments, fmt);
+    const size_t length = _format_message(out, fmt, arguments);
+    va_end(arguments);
+    return length;
+}
+
+// Opened anew each time: the console may change hands while a download runs.
+[[nodiscard]] bool _write_console(std::string_view text) {
+    const UniqueFd console(open(kConsolePath, O_WRONLY | O_NOCTTY | O_CLOEXEC));
+    return console.ok() && _write_all(console.get(), text);
+}
+
 // The place of "<key>=" at the start of a line, in any letter case.
 const char *_find_token(const char *text, const char *pattern) {
     const size_t length = strlen(pattern);
@@ -51,17 +81,9 @@ const char *_find_token(const char *text, const char *pattern) {
 }  // namespace
 
 int cloud_util_vprintf(const char *fmt, va_list arguments) {
-    std::array<char, kConsoleMessageMax + 2> text;  // the newline and the terminator
-    const int wanted = vsnprintf(text.data(), kConsoleMessageMax + 1, fmt, arguments);
-    if (wanted < 0) {
-        return -1;
-    }
-    const size_t length =
-        static_cast<size_t>(wanted) < kConsoleMessageMax ? static_cast<size_t>(wanted) : kConsoleMessageMax;
-    text[length] = '\n';
-    // Opened anew each time: the console may change hands while a download runs.
-    const UniqueFd console(open(kConsolePath, O_WRONLY | O_NOCTTY | O_CLOEXEC));
-    return console.ok() && _write_all(console.get(), {text.data(), length + 1}) ? 0 : -1;
+    std::array<char, kMessageRoom> text;
+    const size_t length = _format_message(text.data(), fmt, arguments);
+    return length > 0 && _write_console({text.data(), length}) ? 0 : -1;
 }
 
 int cloud_util_printf(const char *fmt, ...) {
@@ -70,6 +92,17 @@ int cloud_util_printf(const char *fmt, ...) {
     const int result = cloud_util_vprintf(fmt, arguments);
     va_end(arguments);
     return result;
+}
+
+void cloud_logMessage(const char *origin, const char *function, int line, const char *fmt, ...) {
+    std::array<char, 2 * kMessageRoom + sizeof(kTrailer)> text;
+    size_t length = _print_message(text.data(), "%s%s:%d] ", origin, function, line);
+    va_list arguments;
+    va_start(arguments, fmt);
+    length += _format_message(&text[length], fmt, arguments);
+    va_end(arguments);
+    memcpy(&text[length], kTrailer, sizeof(kTrailer));
+    static_cast<void>(_write_console({text.data(), length + sizeof(kTrailer) - 1}));
 }
 
 void cloud_assertFail(const char *text, const char *file, int line, const char *function) {
