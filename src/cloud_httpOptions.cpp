@@ -14,7 +14,7 @@ constexpr long kGlobalFlags = 3;  // everything libcurl may need
 constexpr long kLowSpeedBytes = 1;
 constexpr long kLowSpeedSeconds = 5;
 constexpr long kRedirectMax = 30;            // older libraries have no limit of their own
-constexpr long kReceiveBytes = 128L * 1024;  // 16 KiB, the default, cost a third more time
+constexpr long kReceiveBytes = 128L * 1024;  // 16 KiB, the default, cost a fifth more time
 constexpr long kProtocols = CURLPROTO_HTTP | CURLPROTO_HTTPS;
 
 struct NumberOption {
