@@ -73,12 +73,12 @@ foreach(kind kxcc static)
   target_link_libraries(user_\${kind} PRIVATE kxcc::\${kind})
 endforeach()
 END
-cmake -S "$work" -B "$work/user" "-DCMAKE_PREFIX_PATH=$stage" "-DCMAKE_C_FLAGS=$CFLAGS" "-DCMAKE_C_COMPILER=$CC" >"$work/cmake.log"
+cmake -G Ninja -S "$work" -B "$work/user" "-DCMAKE_PREFIX_PATH=$stage" "-DCMAKE_C_FLAGS=$CFLAGS" "-DCMAKE_C_COMPILER=$CC" >"$work/cmake.log"
 cmake --build "$work/user" >>"$work/cmake.log" || fail "$(cat "$work/cmake.log")"
 
 mkdir "$work/empty"
-if PKG_CONFIG_LIBDIR="$work/empty" cmake -S "$work" -B "$work/without" "-DCMAKE_PREFIX_PATH=$stage" "-DCMAKE_C_COMPILER=$CC" \
-    >"$work/cmake.log" 2>&1; then
+if PKG_CONFIG_LIBDIR="$work/empty" cmake -G Ninja -S "$work" -B "$work/without" "-DCMAKE_PREFIX_PATH=$stage" \
+    "-DCMAKE_C_COMPILER=$CC" >"$work/cmake.log" 2>&1; then
     fail "the package was found without cJSON"
 fi
 grep -q 'kxcc needs cJSON' "$work/cmake.log" || fail "$(cat "$work/cmake.log")"
