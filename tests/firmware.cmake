@@ -10,6 +10,6 @@ endforeach()
 cloud_test(
   firmware_unit_test NAMESPACE
   SOURCES firmware_unit_test.cpp
-  LIBS firmware_support cloud_program)
+  LIBS firmware_support cloud_front)
 target_link_options(firmware_unit_test PRIVATE -Wl,--wrap=calloc)
 add_dependencies(firmware_unit_test cloud_store cloud_image)

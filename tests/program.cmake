@@ -12,4 +12,4 @@ cloud_test(
   util_test NAMESPACE
   SOURCES cloud_util_test.cpp base64_test.cpp cloud_jsonRpc_test.cpp cloud_userConfig_test.cpp
           cloud_api_wrap_test.cpp
-  LIBS cloud_program)
+  LIBS cloud_front)
