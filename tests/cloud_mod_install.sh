@@ -44,6 +44,7 @@ $CXX -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/he
 
 # Each example as C and as C++, one of them written in C++, and one by each line of the documentation.
 build_with_pkg_config() {
+    # shellcheck disable=SC2046,SC2086  # several words
     $1 $CFLAGS -Wall -Wextra -Werror -o "$work/$3" $2 $(pkg-config --cflags --libs kxcc)
 }
 for name in synchronous callback service; do
