@@ -3,9 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
+#include "cloud_owner.h"
 #include "rsa.h"
 #include "rsa_key.h"
-#include "util/cloud_owner.h"
 
 namespace {
 

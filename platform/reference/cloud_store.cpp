@@ -5,8 +5,8 @@
 #include <cstring>
 #include <span>
 
+#include "cloud_owner.h"
 #include "store_objects.h"
-#include "util/cloud_owner.h"
 #include "wrapper.h"
 
 namespace {

@@ -11,8 +11,8 @@
 #include <cstring>
 #include <memory>
 
+#include "cloud_owner.h"
 #include "rsa_key.h"
-#include "util/cloud_owner.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <cstddef>
 #include <span>
 
-#include "util/cloud_owner.h"
+#include "cloud_owner.h"
 
 using PathText = std::array<char, PATH_MAX>;
 

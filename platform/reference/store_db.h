@@ -12,7 +12,7 @@
 #include <memory>
 #include <span>
 
-#include "util/cloud_owner.h"
+#include "cloud_owner.h"
 
 class StoreDb {
 public:

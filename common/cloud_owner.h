@@ -1,9 +1,10 @@
 // Owners: each holds one resource of the system and gives it back when its scope ends.
-// One header for the client library and the program, so that no path closes, frees or
-// unlocks by hand. Handing a resource over to C is a visible release().
+// One header for all device code and the reference platform, so that no path closes, frees or unlocks by
+// hand. Handing a resource over to C is a visible release().
 #pragma once
 
 #include <cjson/cJSON.h>
+#include <dirent.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -56,6 +57,7 @@ using HeapText = std::unique_ptr<char, Releaser<free>>;
 using HeapBytes = std::unique_ptr<unsigned char, Releaser<free>>;
 using JsonTree = std::unique_ptr<cJSON, Releaser<cJSON_Delete>>;
 using JsonText = std::unique_ptr<char, Releaser<cJSON_free>>;  // what cJSON_Print returned
+using Directory = std::unique_ptr<DIR, Releaser<closedir>>;
 using UniqueFile = std::unique_ptr<FILE, Releaser<fclose>>;
 
 /// Holds a mutex for the length of its scope.
