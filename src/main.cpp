@@ -9,6 +9,7 @@
 #include "cloud_accountTask.h"
 #include "cloud_localMsgTask.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 #include "wrapper.h"
 
 namespace {
@@ -68,7 +69,7 @@ void _hold_output() {
 // A switch left by an earlier session would put the client library's log on standard output, where
 // callers expect one number.
 void cloud_initDebugSwitch() {
-    if (access(kDebugSwitchPath, F_OK) == 0) {
+    if (cloud_isSwitchedOn(kDebugSwitchPath)) {
         return;
     }
     for (int n = 0; n < kLogSwitchCount; ++n) {

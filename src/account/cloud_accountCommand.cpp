@@ -55,20 +55,20 @@ struct ReportedResult {
 
 }  // namespace
 
-int32_t _do_message(const char *arg1, const char *arg2, int32_t timeout_ms, SendRequest send,
+int32_t _do_message(const char *arg1, const char *arg2, int32_t timeoutMs, SendRequest send,
                     FormatRequest format, ParseResponse parse, OnSuccess onSuccess) {
     ReportedResult result;
     if (send == nullptr) {
         MSG_LOG("IPC send callback is NULL.");
         return result.value;
     }
-    const SecretText request(format(arg1, arg2));  // it may hold a password
+    const SecretText request = format(arg1, arg2);
     if (request == nullptr) {
         MSG_LOG("Format request message failed.");
         return result.value;
     }
     char *answer = nullptr;
-    result.value = send(request.get(), timeout_ms, kKind, &answer);
+    result.value = send(request.get(), timeoutMs, kKind, &answer);
     const HeapText response(answer);
     if (result.value < 0) {
         MSG_LOG("Fail to send request sync, error=%d\n", result.value);

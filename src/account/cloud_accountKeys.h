@@ -2,22 +2,12 @@
 #pragma once
 
 #include <array>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 
+#include "cloud_secret.h"
 #include "rsa.h"
 
 namespace cloud_account {
-
-/// Releases a text and leaves nothing of it behind.
-struct SecretReleaser {
-    void operator()(char *text) const {
-        explicit_bzero(text, strlen(text));
-        free(text);
-    }
-};
-using SecretText = std::unique_ptr<char, SecretReleaser>;
 
 /// Holds the key texts of the platform's library; all empty when it has none.
 class RsaKeys {

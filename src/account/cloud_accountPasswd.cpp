@@ -6,10 +6,12 @@
 
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
+#include "cloud_accountLog.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
 #include "cloud_replaceFile.h"
@@ -31,10 +33,10 @@ using LowerName = std::array<char, kUserRoom>;
     return name;
 }
 
-/// Reads a whole regular file. @return its bytes, `length` of them; null when that fails.
+/// Reads a whole file. @return its bytes, `length` of them; null when that fails.
 [[nodiscard]] HeapText _read_file(int fd, size_t *length) {
     struct stat info {};
-    if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    if (fstat(fd, &info) != 0) {
         return nullptr;
     }
     const auto size = static_cast<size_t>(info.st_size);
@@ -42,6 +44,9 @@ using LowerName = std::array<char, kUserRoom>;
     size_t have = 0;
     while (text != nullptr && have < size) {
         const ssize_t got = read(fd, text.get() + have, size - have);
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
         if (got < 0) {
             return nullptr;
         }
@@ -60,9 +65,10 @@ using LowerName = std::array<char, kUserRoom>;
     return {text.data(), newline == std::string_view::npos ? text.size() : newline + 1};
 }
 
+// What stands in front of the first ':', whole: a name that holds one itself is no line's.
 [[nodiscard]] bool _belongs_to(std::string_view line, std::string_view name) {
-    return line.size() > name.size() && line[name.size()] == ':' &&
-           memcmp(line.data(), name.data(), name.size()) == 0;
+    const size_t colon = line.find(':');
+    return colon == name.size() && memcmp(line.data(), name.data(), colon) == 0;
 }
 
 /// Moves the lines to keep to the front. @return their bytes together.
@@ -79,22 +85,30 @@ using LowerName = std::array<char, kUserRoom>;
     return kept;
 }
 
-}  // namespace
-
-void _remove_passwd_user(const char *user) {
-    const LowerName name = _lower_case(user);
-    const UniqueFd file(open(kPasswdPath, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file.ok() || name[0] == '\0' || access(kPasswdPath, W_OK) != 0) {
-        return;
+/// @return false when the file is there and cannot be read, or not be rewritten where it must be.
+[[nodiscard]] bool _rewrite_without(std::string_view name) {
+    const UniqueFd file = cloud_openOwn(kPasswdPath, O_RDONLY);
+    if (!file.ok()) {
+        return errno == ENOENT;
+    }
+    if (access(kPasswdPath, W_OK) != 0) {
+        return false;
     }
     size_t length = 0;
     const HeapText text = _read_file(file.get(), &length);
     if (text == nullptr) {
-        return;
+        return false;
     }
-    const size_t kept = _keep_others(text.get(), length, name.data());
-    if (kept < length) {
-        static_cast<void>(cloud_replaceFile(kPasswdPath, {text.get(), kept}));
+    const size_t kept = _keep_others(text.get(), length, name);
+    return kept == length || cloud_replaceFile(kPasswdPath, {text.get(), kept}) == kReplaced;
+}
+
+}  // namespace
+
+void _remove_passwd_user(const char *user) {
+    const LowerName name = _lower_case(user);
+    if (name[0] != '\0' && !_rewrite_without(name.data())) {
+        MSG_LOG("Remove user from %s failed.\n", kPasswdPath);
     }
 }
 

@@ -41,8 +41,8 @@ struct Member {
     return 0;
 }
 
-[[nodiscard]] JsonTree _params(std::initializer_list<Member> members, Caller caller = Caller::here()) {
-    JsonTree params(cJSON_CreateObject());
+[[nodiscard]] SecretTree _params(std::initializer_list<Member> members, Caller caller = Caller::here()) {
+    SecretTree params(cJSON_CreateObject());
     bool complete = params != nullptr;
     for (const Member &member : members) {
         complete = complete && cJSON_AddStringToObject(params.get(), member.key, member.text) != nullptr;
@@ -55,8 +55,8 @@ struct Member {
 }
 
 /// Prints {"method":...,"params":...}; without params when there are none.
-[[nodiscard]] char *_print(const char *method, JsonTree params, Caller caller) {
-    const JsonTree request(cJSON_CreateObject());
+[[nodiscard]] SecretText _print(const char *method, SecretTree params, Caller caller) {
+    const SecretTree request(cJSON_CreateObject());
     const bool named =
         request != nullptr && cJSON_AddStringToObject(request.get(), "method", method) != nullptr;
     const bool complete =
@@ -66,20 +66,21 @@ struct Member {
         return nullptr;
     }
     static_cast<void>(params.release());  // the request's now
-    char *text = cJSON_PrintUnformatted(request.get());
+    SecretText text = cloud_printSecret(request.get());
     if (text == nullptr) {
         MSG_LOG_FOR(caller, "Format json string failed.");
     }
     return text;
 }
 
-[[nodiscard]] char *_print_with_params(const char *method, JsonTree params, Caller caller = Caller::here()) {
+[[nodiscard]] SecretText _print_with_params(const char *method, SecretTree params,
+                                            Caller caller = Caller::here()) {
     return params == nullptr ? nullptr : _print(method, std::move(params), caller);
 }
 
 /// The request of a command that carries a password encrypted with the device's key.
-[[nodiscard]] char *_format_credentials(const char *method, const char *user, const char *encPassword,
-                                        Caller caller = Caller::here()) {
+[[nodiscard]] SecretText _format_credentials(const char *method, const char *user, const char *encPassword,
+                                             Caller caller = Caller::here()) {
     if (user == nullptr || encPassword == nullptr) {
         return nullptr;
     }
@@ -110,32 +111,33 @@ struct Member {
 }
 
 /// {"deviceId":...,"serviceIds":[...]}
-[[nodiscard]] JsonTree _token_params(const char *devid, const char *service, Caller caller = Caller::here()) {
-    JsonTree params = _params({{"deviceId", devid}}, caller);
+[[nodiscard]] SecretTree _token_params(const char *devid, const char *service,
+                                       Caller caller = Caller::here()) {
+    SecretTree params = _params({{"deviceId", devid}}, caller);
     if (params == nullptr) {
         return nullptr;
     }
     cJSON *services = cJSON_AddArrayToObject(params.get(), "serviceIds");
-    cJSON *item = services == nullptr ? nullptr : cJSON_CreateString(service);
-    if (item == nullptr || cJSON_AddItemToArray(services, item) == 0) {
-        cJSON_Delete(item);
+    JsonTree item(services == nullptr ? nullptr : cJSON_CreateString(service));
+    if (item == nullptr || cJSON_AddItemToArray(services, item.get()) == 0) {
         MSG_LOG_FOR(caller, "Create json array failed.\n");
-        params.reset();
+        return nullptr;
     }
+    static_cast<void>(item.release());  // the array's now
     return params;
 }
 
 }  // namespace
 
-char *_format_bind_msg_req(const char *user, const char *encPassword) {
+SecretText _format_bind_msg_req(const char *user, const char *encPassword) {
     return _format_credentials("bindDevice", user, encPassword);
 }
 
-char *_format_login_msg_req(const char *user, const char *encPassword) {
+SecretText _format_login_msg_req(const char *user, const char *encPassword) {
     return _format_credentials("deviceAccountLogin", user, encPassword);
 }
 
-char *_format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password) {
+SecretText _format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password) {
     DeviceId devid{};
     if (b64User == nullptr || b64Password == nullptr || _get_devid(&devid) != 0) {
         return nullptr;
@@ -144,16 +146,15 @@ char *_format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password)
     Password password{};
     if (!_decode_argument(b64User, user.data(), user.size()) ||
         !_decode_argument(b64Password, password.data(), password.size())) {
+        MSG_LOG("Create json object failed.\n");
         return nullptr;
     }
-    char *text = _print_with_params("bindDevice", _params({{"deviceId", devid.data()},
-                                                           {"cloudUserName", user.data()},
-                                                           {"cloudPassword", password.data()}}));
-    explicit_bzero(password.data(), password.size());
-    return text;
+    return _print_with_params("bindDevice", _params({{"deviceId", devid.data()},
+                                                     {"cloudUserName", user.data()},
+                                                     {"cloudPassword", password.data()}}));
 }
 
-char *_format_unbind_msg_req(const char *user, const char * /*unused*/) {
+SecretText _format_unbind_msg_req(const char *user, const char * /*unused*/) {
     DeviceId devid{};
     if (_get_devid(&devid) != 0) {
         return nullptr;
@@ -169,19 +170,20 @@ char *_format_unbind_msg_req(const char *user, const char * /*unused*/) {
     return _print_with_params("unbindDevice", _params({{"deviceId", devid.data()}, {"cloudUserName", user}}));
 }
 
-char *_format_alias_msg_req(const char *b64Alias, const char * /*unused*/) {
+SecretText _format_alias_msg_req(const char *b64Alias, const char * /*unused*/) {
     DeviceId devid{};
     if (b64Alias == nullptr || _get_devid(&devid) != 0) {
         return nullptr;
     }
     Alias alias{};
     if (!_decode_argument(b64Alias, alias.data(), alias.size())) {
+        MSG_LOG("Create json object failed.\n");
         return nullptr;
     }
     return _print_with_params("updateAlias", _params({{"deviceId", devid.data()}, {"alias", alias.data()}}));
 }
 
-char *_format_rmuser_msg_req(const char *owner, const char *user) {
+SecretText _format_rmuser_msg_req(const char *owner, const char *user) {
     DeviceId devid{};
     if (owner == nullptr || user == nullptr || _get_devid(&devid) != 0) {
         return nullptr;
@@ -191,11 +193,11 @@ char *_format_rmuser_msg_req(const char *owner, const char *user) {
         _params({{"deviceId", devid.data()}, {"ownerAccount", owner}, {"userAccount", user}}));
 }
 
-char *_format_online_msg_req(const char * /*unused*/, const char * /*unused*/) {
+SecretText _format_online_msg_req(const char * /*unused*/, const char * /*unused*/) {
     return _print(kOnlineMethod, nullptr, Caller::here());
 }
 
-char *_format_devtoken_msg_req(const char *serviceId, const char * /*unused*/) {
+SecretText _format_devtoken_msg_req(const char *serviceId, const char * /*unused*/) {
     std::array<char, kServiceIdRoom> service{};
     cstr_strncpy(service.data(), serviceId == nullptr ? kWebService : serviceId, service.size());
     DeviceId devid{};
@@ -205,15 +207,12 @@ char *_format_devtoken_msg_req(const char *serviceId, const char * /*unused*/) {
     return _print_with_params("getDeviceTokenWithServices", _token_params(devid.data(), service.data()));
 }
 
-char *_format_passthrough_msg_req(const char *method, const char *b64Request) {
+SecretText _format_passthrough_msg_req(const char *method, const char *b64Request) {
     if (method == nullptr || b64Request == nullptr) {
         return nullptr;
     }
     const HeapText request = _decode_passthrough_req(b64Request);
-    if (request == nullptr) {
-        return nullptr;
-    }
-    JsonTree params(cloud_jsonParseStr(request.get()));
+    SecretTree params(cloud_jsonParseStr(request.get()));
     if (params == nullptr) {
         MSG_LOG("Create json object failed.\n");
         return nullptr;

@@ -1,37 +1,39 @@
 // Request texts of the account commands: what each command asks of the cloud.
 //
-// Every formatter returns a heap text that the caller releases with free(), or null when the request
-// cannot be made (reasons that the user cannot see elsewhere are logged). Arguments are those of the
-// command, as they stand on the command line; a null one gives null, except where it is allowed. All but
-// two requests carry "deviceId", read afresh; without a readable identity there is no request.
+// Every formatter returns a text that wipes itself, as it may hold a plain password, or null when the request
+// cannot be made (reasons that the user cannot see elsewhere are logged). No other copy of a password stays
+// in memory. Arguments are those of the command, as they stand on the command line; a null one gives null,
+// except where it is allowed. All but two requests carry "deviceId", read afresh; without a readable identity
+// there is no request.
 #pragma once
 
 #include <array>
 #include <cstddef>
 
 #include "base64.h"
+#include "cloud_secret.h"
 
 namespace cloud_account {
 
 /// "bindDevice" with "cloudUserName" and the decrypted "cloudPassword".
-char *_format_bind_msg_req(const char *user, const char *encPassword);
+[[nodiscard]] SecretText _format_bind_msg_req(const char *user, const char *encPassword);
 /// The same of Base64 texts: at most 128 and 512 bytes decoded.
-char *_format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password);
+[[nodiscard]] SecretText _format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password);
 /// "unbindDevice" with "cloudUserName". @param user  null or empty: the stored account's; null without one.
-char *_format_unbind_msg_req(const char *user, const char *unused);
+[[nodiscard]] SecretText _format_unbind_msg_req(const char *user, const char *unused);
 /// "deviceAccountLogin" with "cloudUserName" and the decrypted "cloudPassword".
-char *_format_login_msg_req(const char *user, const char *encPassword);
+[[nodiscard]] SecretText _format_login_msg_req(const char *user, const char *encPassword);
 /// "updateAlias" with "alias", at most 64 bytes decoded.
-char *_format_alias_msg_req(const char *b64Alias, const char *unused);
+[[nodiscard]] SecretText _format_alias_msg_req(const char *b64Alias, const char *unused);
 /// "removeDeviceUser" with "ownerAccount" and "userAccount".
-char *_format_rmuser_msg_req(const char *owner, const char *user);
+[[nodiscard]] SecretText _format_rmuser_msg_req(const char *owner, const char *user);
 /// A method alone, no "params".
-char *_format_online_msg_req(const char *unused1, const char *unused2);
+[[nodiscard]] SecretText _format_online_msg_req(const char *unused1, const char *unused2);
 /// "getDeviceTokenWithServices" with "serviceIds", an array of one.
 /// @param serviceId  at most 15 characters of it are taken; null: the web service.
-char *_format_devtoken_msg_req(const char *serviceId, const char *unused);
+[[nodiscard]] SecretText _format_devtoken_msg_req(const char *serviceId, const char *unused);
 /// The given method, and as "params" the JSON value of at most 2099 bytes; no "deviceId".
-char *_format_passthrough_msg_req(const char *method, const char *b64Request);
+[[nodiscard]] SecretText _format_passthrough_msg_req(const char *method, const char *b64Request);
 
 /// Decodes a Base64 argument into a zeroed buffer, so that the result is a text.
 /// @return false when the text is longer than the buffer takes. Malformed text is not refused: what was
@@ -47,7 +49,7 @@ char *_format_passthrough_msg_req(const char *method, const char *b64Request);
 
 // Rooms of decoded arguments: those of the records they go to, and of a passthrough request.
 using UserName = std::array<char, 129>;
-using Password = std::array<char, 513>;
+using Password = SecretBuffer<513>;
 using Alias = std::array<char, 65>;
 inline constexpr size_t kPassthroughRoom = 2100;
 

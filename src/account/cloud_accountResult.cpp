@@ -29,6 +29,9 @@ constexpr size_t kCachePathRoom = 256;
 constexpr mode_t kCacheFolderMode = 0777;
 constexpr char kErrorCode[] = "error_code";
 
+// Of this process's only login.
+bool l_loginStored = false;
+
 struct Answer {
     JsonTree tree;
     int32_t code;  // the cloud's, or -1 when there is none to read
@@ -69,7 +72,7 @@ void _write_token(const char *token, const char *url) {
     snprintf(text.data(), kTokenRoom, "%s\n%s", token, url);
     const size_t length = strlen(text.data());
     text[length] = '\n';
-    static_cast<void>(cloud_replaceFile(kTokenPath, {text.data(), length + 1}));
+    static_cast<void>(cloud_replaceFile(kTokenPath, {text.data(), length + 1}, kSecretMode));
 }
 
 // A word that the shell takes as it stands.
@@ -124,22 +127,31 @@ void _start_token_deletion(const char *expiresIn) {
     return method != "." && method != ".." && method.find('/') == std::string_view::npos;
 }
 
+// Makes it where it is missing. A link or another's folder would have files written wherever its maker likes.
+[[nodiscard]] bool _has_cache_folder() {
+    static_cast<void>(mkdir(kCacheFolder, kCacheFolderMode));
+    struct stat status {};
+    return lstat(kCacheFolder, &status) == 0 && S_ISDIR(status.st_mode) &&
+           (status.st_uid == 0 || status.st_uid == geteuid());
+}
+
 [[nodiscard]] int32_t _cache_passthrough_result(const char *method, const char *response) {
     if (method == nullptr || response == nullptr) {
         return KXCC_ERROR_PARAMETER;
     }
-    if (access(kCacheFolder, F_OK) != 0) {
-        mkdir(kCacheFolder, kCacheFolderMode);
-    }
-    if (_names_a_file(method)) {
+    if (_names_a_file(method) && _has_cache_folder()) {
         std::array<char, kCachePathRoom> path;
-        snprintf(path.data(), path.size(), "%s%s", kCacheFolder, method);
-        static_cast<void>(cloud_replaceFile(path.data(), response));
+        snprintf(path.data(), path.size(), "%s/%s", kCacheFolder, method);
+        static_cast<void>(cloud_replaceFile(path.data(), response, kSecretMode));
     }
     return 0;
 }
 
 }  // namespace
+
+bool _login_was_stored() {
+    return l_loginStored;
+}
 
 int32_t _parse_binddev_result(const char *response, const char * /*unused*/) {
     return _read_answer(response).code;
@@ -192,7 +204,7 @@ int32_t _parse_login_result(const char *response, const char *user) {
     LoginInfo info{};
     info.role = static_cast<uint8_t>(cloud_parseInt32(role));
     cstr_strncpy(info.userName, user, sizeof info.userName);
-    cloud_setLoginInfo(&info);
+    l_loginStored = cloud_setLoginInfo(&info) != 0;
     return 0;
 }
 

@@ -17,6 +17,8 @@ int32_t _parse_rmuser_result(const char *response, const char *unused);
 int32_t _parse_online_result(const char *response, const char *unused);
 /// Stores role and user name of a successful login.
 int32_t _parse_login_result(const char *response, const char *user);
+/// Whether that reached the store.
+[[nodiscard]] bool _login_was_stored();
 /// Writes "/tmp/cloud.token" and starts the script that deletes it when the token expires.
 int32_t _parse_token_result(const char *response, const char *unused);
 /// Caches any JSON answer under the method's name. -7004 when there is nothing to cache.

@@ -9,6 +9,7 @@
 #include "cloud_accountLog.h"
 #include "cloud_accountPasswd.h"
 #include "cloud_accountRequest.h"
+#include "cloud_accountResult.h"
 #include "cloud_api_wrap.h"
 #include "cloud_path.h"
 #include "cloud_replaceFile.h"
@@ -56,6 +57,14 @@ void _clear_account() {
     cloud_wrap_set_connection_mode(kModeNoAccount);
 }
 
+// The role as the store has it now. A record that was not stored, or reads back as another's, would give an
+// old login's role to this one: then it counts as a guest's.
+[[nodiscard]] bool _is_owner_login(const char *user) {
+    LoginInfo login;
+    return _login_was_stored() && cloud_getLoginInfo(&login) != 0 && login.role == kOwnerRole &&
+           strncmp(login.userName, user, sizeof login.userName - 1) == 0;
+}
+
 // Whether the password of a login differs from the stored one. Two encryptions of one password differ,
 // so the plain texts are compared; if either does not decrypt nothing is known and nothing changes.
 [[nodiscard]] bool _password_differs(const char *encPassword, const char *stored,
@@ -98,7 +107,6 @@ void _tmp_bind_store_account(const char *b64User, const char *b64Password) {
     _set_bound();
     // Better an account with a plain password than a bound device without one.
     _replace_account(user.data(), encrypted != nullptr ? encrypted.get() : password.data());
-    explicit_bzero(password.data(), password.size());
     cloud_wrap_set_connection_mode(kModeAccount);
 }
 
@@ -116,13 +124,11 @@ void _config_login_info(const char *user, const char *encPassword) {
         return;
     }
     static_cast<void>(cloud_replaceFile(kLoginPath, "1\n"));
-    LoginInfo login;
-    cloud_getLoginInfo(&login);
     AccountList stored;
     cloud_getAccount(&stored);
     const bool known = stored.count > 0 && strncasecmp(user, stored.userName, kUserNameMax) == 0;
     const bool changed = known ? _password_differs(encPassword, stored.password) : stored.userName[0] != '\0';
-    if (changed && login.role == kOwnerRole) {
+    if (changed && _is_owner_login(user)) {
         _replace_account(user, encPassword);
         _start_reload();
     }

@@ -18,7 +18,8 @@ void _unbind_clear_account(const char *unused1, const char *unused2);
 void _tmp_unbind_clear_account(const char *unused1, const char *unused2);
 /// "/tmp/cloud.login" 1. With the owner's role just stored, the account is replaced by `user` and
 /// `encPassword` (then the reload script) when another name is stored, or the same name in any letter case
-/// with another password; never when there is no account or a password does not decrypt (logged).
+/// with another password; never when there is no account, a password does not decrypt (logged), or the login
+/// did not reach the store.
 void _config_login_info(const char *user, const char *encPassword);
 /// The decoded alias into the device's information.
 void _update_alias_store(const char *b64Alias, const char *unused);

@@ -46,14 +46,16 @@ int _format_factory_info(const AccountList *list, const DeviceStatus *status) {
     if (report == nullptr) {
         return -1;
     }
-    if (list != nullptr) {
-        cJSON_AddStringToObject(report.get(), "username", list->userName);
-        cJSON_AddStringToObject(report.get(), "password", list->password);
-    }
+    bool complete =
+        list == nullptr || (cJSON_AddStringToObject(report.get(), "username", list->userName) != nullptr &&
+                            cJSON_AddStringToObject(report.get(), "password", list->password) != nullptr);
     if (status != nullptr && status->need_unbind == 0) {
-        cJSON_AddNumberToObject(report.get(), "bind_status", status->bind_status);
+        complete &= cJSON_AddNumberToObject(report.get(), "bind_status", status->bind_status) != nullptr;
     } else if (status != nullptr) {
-        cJSON_AddNumberToObject(report.get(), "need_unbind", status->need_unbind);
+        complete &= cJSON_AddNumberToObject(report.get(), "need_unbind", status->need_unbind) != nullptr;
+    }
+    if (!complete) {
+        return -1;  // better an older report than one that lacks the account
     }
     _write_factory_part(report.get());
     return 0;

@@ -26,7 +26,7 @@ inline constexpr char kErrorPath[] = "/tmp/cloud.error";
 inline constexpr char kLoginPath[] = "/tmp/cloud.login";
 inline constexpr char kTokenPath[] = "/tmp/cloud.token";
 inline constexpr char kPasswdPath[] = "/tmp/passwd";
-inline constexpr char kCacheFolder[] = "/tmp/cloud_data_cache/";
+inline constexpr char kCacheFolder[] = "/tmp/cloud_data_cache";
 inline constexpr char kFactoryPath[] = "/tmp/factory.part";
 
 // Datagram sockets between the program and the management daemon.

@@ -1,24 +1,30 @@
 #include "cloud_replaceFile.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
-
-#include "cloud_owner.h"
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
 
 namespace {
 
-constexpr mode_t kFileMode = 0644;
-constexpr mode_t kModeBits = 07777;
-constexpr size_t kPathRoom = 280;      // and the process id
+constexpr mode_t kModeBits = 0777;     // a set-user-id bit is not handed on
+constexpr size_t kPathRoom = 300;      // with process id and count
 constexpr uint64_t kBlockBytes = 512;  // unit of st_blocks
+constexpr int kLockTries = 100;
+constexpr long kLockRestNs = 10'000'000;
 
 // Blanks for the rest of a longer old content, which are cut off only afterwards: a reader in between finds
 // text and blanks, not the end of the old text.
@@ -28,7 +34,14 @@ constexpr auto kBlanks = [] {
     return blanks;
 }();
 
-bool _write_whole(int fd, std::string_view text, size_t blanks = 0) {
+// Makes the names of two threads differ.
+std::atomic<int> l_count{0};
+
+[[nodiscard]] bool _is_trusted(const struct stat &status) {
+    return S_ISREG(status.st_mode) && (status.st_uid == 0 || status.st_uid == geteuid());
+}
+
+[[nodiscard]] bool _write_whole(int fd, std::string_view text, size_t blanks = 0) {
     const std::array parts{iovec{const_cast<char *>(text.data()), text.size()},
                            iovec{const_cast<char *>(kBlanks.data()), std::min(blanks, kBlanks.size())}};
     ssize_t written = 0;
@@ -38,14 +51,24 @@ bool _write_whole(int fd, std::string_view text, size_t blanks = 0) {
     return written >= 0 && static_cast<size_t>(written) >= text.size();
 }
 
-// On a full disk a new file gets no room, but the old one keeps its own.
-bool _overwrite(const char *path, std::string_view text) {
-    const UniqueFd file(open(path, O_WRONLY | O_CLOEXEC | O_NONBLOCK));
-    struct stat status {};
-    if (!file.ok() || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return false;
+// For a second at most: any reader of the file could hold the lock for ever.
+[[nodiscard]] bool _lock(int fd) {
+    for (int i = 0; i < kLockTries; ++i) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
+            return true;
+        }
+        const timespec rest{0, kLockRestNs};
+        nanosleep(&rest, nullptr);
     }
-    if (static_cast<uint64_t>(status.st_blocks) * kBlockBytes < text.size()) {
+    return false;
+}
+
+// On a full disk a new file gets no room, but the old one keeps its own. The lock ends with the descriptor.
+[[nodiscard]] bool _overwrite(const char *path, std::string_view text) {
+    const UniqueFd file = cloud_openOwn(path, O_WRONLY);
+    struct stat status {};
+    if (!file.ok() || !_lock(file.get()) || fstat(file.get(), &status) != 0 ||
+        static_cast<uint64_t>(status.st_blocks) * kBlockBytes < text.size()) {
         return false;
     }
     const auto oldLength = static_cast<size_t>(status.st_size);
@@ -53,34 +76,97 @@ bool _overwrite(const char *path, std::string_view text) {
            ftruncate(file.get(), static_cast<off_t>(text.size())) == 0;
 }
 
-int _create(const char *path) {
-    return open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode);
+[[nodiscard]] UniqueFd _create(const char *path) {
+    return UniqueFd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kSecretMode));
 }
 
-// Whoever may read the old file may read the new one, and nobody else.
-void _take_over(const char *path, int fd) {
+// Whoever may read the old file may read the new one, and nobody else; unless a stranger made it, to be
+// handed what is written.
+void _take_over(const char *path, int fd, mode_t mode) {
     struct stat old {};
-    if (stat(path, &old) == 0) {
+    if (lstat(path, &old) == 0 && _is_trusted(old)) {
         static_cast<void>(fchown(fd, old.st_uid, old.st_gid));
-        fchmod(fd, old.st_mode & kModeBits);
+        mode = old.st_mode & kModeBits;
+    }
+    fchmod(fd, mode);
+}
+
+// The end of a name beside, ".<process id>.<count>", whose process is no more.
+[[nodiscard]] bool _is_left(const char *end) {
+    char *stop = nullptr;
+    if (*end != '.' || strspn(end, ".0123456789") != strlen(end)) {
+        return false;
+    }
+    const long pid = strtol(end + 1, &stop, 10);
+    return *stop == '.' && pid > 0 && kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+}
+
+// Removes what killed processes left beside a file.
+// @param path    the file's. @param beside  kPathRoom bytes to build names in.
+void _remove_leftovers(const char *path, char *beside) {
+    const char *slash = strrchr(path, '/');
+    const size_t folder = slash == nullptr ? 0 : static_cast<size_t>(slash - path) + 1;
+    const size_t name = strlen(path + folder);
+    snprintf(beside, kPathRoom, "%.*s", static_cast<int>(folder), path);
+    const Directory entries(opendir(folder == 0 ? "." : beside));
+    const dirent *entry = nullptr;
+    while (entries != nullptr && (entry = readdir(entries.get())) != nullptr) {
+        if (strncmp(entry->d_name, path + folder, name) == 0 && _is_left(entry->d_name + name)) {
+            snprintf(beside + folder, kPathRoom - folder, "%s", entry->d_name);
+            unlink(beside);
+        }
     }
 }
 
 }  // namespace
 
-ReplaceResult cloud_replaceFile(const char *path, std::string_view text) {
+UniqueFd cloud_openOwn(const char *path, int flags, mode_t mode) {
+    UniqueFd file(open(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, mode));
+    struct stat status {};
+    if (!file.ok() || fstat(file.get(), &status) != 0) {
+        file.reset();
+        return file;
+    }
+    const bool writes = (flags & O_ACCMODE) != O_RDONLY;
+    if (!S_ISREG(status.st_mode) || (writes && (!_is_trusted(status) || status.st_nlink != 1))) {
+        errno = EPERM;
+        file.reset();
+    }
+    return file;
+}
+
+UniqueFd cloud_openSource(const char *path, int flags) {
+    UniqueFd file(open(path, flags | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status {};
+    if (file.ok() && (fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode))) {
+        errno = EPERM;
+        file.reset();
+    }
+    return file;
+}
+
+bool cloud_isSwitchedOn(const char *path) {
+    struct stat status {};
+    return lstat(path, &status) == 0 && _is_trusted(status);
+}
+
+ReplaceResult cloud_replaceFile(const char *path, std::string_view text, mode_t mode) {
     std::array<char, kPathRoom> beside;
-    snprintf(beside.data(), beside.size(), "%s.%ld", path, static_cast<long>(getpid()));
-    UniqueFd file(_create(beside.data()));
+    _remove_leftovers(path, beside.data());
+    snprintf(beside.data(), beside.size(), "%s.%ld.%d", path, static_cast<long>(getpid()),
+             l_count.fetch_add(1, std::memory_order_relaxed));
+    UniqueFd file = _create(beside.data());
     if (!file.ok() && errno == EEXIST && unlink(beside.data()) == 0) {
-        file.reset(_create(beside.data()));  // it was left by a killed process that had this id
+        file = _create(beside.data());  // it was left by a killed process that had this id
     }
     if (!file.ok()) {
         return _overwrite(path, text) ? kReplaced : kReplaceOpenFailed;
     }
-    _take_over(path, file.get());
-    if (_write_whole(file.get(), text) && rename(beside.data(), path) == 0) {
-        return kReplaced;
+    if (_write_whole(file.get(), text)) {
+        _take_over(path, file.get(), mode);
+        if (rename(beside.data(), path) == 0) {
+            return kReplaced;
+        }
     }
     unlink(beside.data());
     return _overwrite(path, text) ? kReplaced : kReplaceWriteFailed;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 
 DeviceInfoError cloud_loadDeviceInfo(int openFlags, size_t bytes, JsonTree *tree) {
     // Zeroed, so that what was read is a text; untouched pages of it cost no memory.
@@ -13,8 +14,7 @@ DeviceInfoError cloud_loadDeviceInfo(int openFlags, size_t bytes, JsonTree *tree
     if (text == nullptr) {
         return DeviceInfoError::kMemory;
     }
-    // Not to be held up by a pipe of that name.
-    const UniqueFd file(open(kDeviceInfoPath, openFlags | O_CLOEXEC | O_NONBLOCK));
+    const UniqueFd file = cloud_openSource(kDeviceInfoPath, openFlags);
     if (!file.ok()) {
         return DeviceInfoError::kOpen;
     }

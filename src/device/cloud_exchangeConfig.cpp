@@ -17,7 +17,7 @@ constexpr size_t kDocumentRoom = 512;  // the readers' bound, with the terminato
 
 // The document as it stands; null (logged) when there is none that could be extended.
 JsonTree _read_document() {
-    const UniqueFd file(open(kStatusPath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));  // a pipe must not hold us up
+    const UniqueFd file = cloud_openOwn(kStatusPath, O_RDONLY);
     if (!file.ok()) {
         CLOUD_LOG("Error: open %s for read failed", kStatusPath);
         return nullptr;

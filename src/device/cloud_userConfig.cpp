@@ -12,6 +12,7 @@
 #include "cloud_deviceInfo.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
+#include "cloud_replaceFile.h"
 #include "cloud_util.h"
 #include "kxcc.h"
 #include "wrapper.h"
@@ -65,22 +66,30 @@ template <class Record>
     return wrpOpGrpDo(&entry, static_cast<int>(sizeof entry), WRP_READ) == 0;
 }
 
+// Both return 1; 0 on a failure.
 template <class Record>
-void _set_record(StoreObject object, Record *record) {
+int _set_record(StoreObject object, Record *record) {
     if (record == nullptr) {
-        return;
+        return 0;
     }
     WrpOpEntry entry = _write_entry(object, record);
     if (wrpOpGrpDo(&entry, static_cast<int>(sizeof entry), WRP_WRITE) != 0) {
         CLOUD_LOG("wrpOpGrpDo fail.\n");
+        return 0;
     }
+    return 1;
 }
 
 template <class Record>
-void _get_record(StoreObject object, Record *record) {
-    if (record != nullptr && !_read_record(object, record)) {
-        CLOUD_LOG("wrpOpGrpDo fail.\n");
+int _get_record(StoreObject object, Record *record) {
+    if (record == nullptr) {
+        return 0;
     }
+    if (!_read_record(object, record)) {
+        CLOUD_LOG("wrpOpGrpDo fail.\n");
+        return 0;
+    }
+    return 1;
 }
 
 // A record may come from anywhere: its texts are texts only when they end.
@@ -131,7 +140,7 @@ void _copy_identifiers(const cJSON *tree, CheckInfo *info) {
 }
 
 [[nodiscard]] int _get_software_version(CheckInfo *info) {
-    const UniqueFd file(open(kSoftInfoPath, O_RDWR | O_CLOEXEC | O_NONBLOCK));
+    const UniqueFd file = cloud_openSource(kSoftInfoPath, O_RDWR);
     if (!file.ok()) {
         CLOUD_LOG("open /tmp/softinfo file failed\n");
         return -1;
@@ -183,15 +192,16 @@ int _get_payload_word(const UcmMessage *msg, uint32_t *out) {
 
 }  // namespace
 
-void cloud_setLoginInfo(LoginInfo *info) {
-    _set_record(kLoginInfoWrite, info);
+int cloud_setLoginInfo(LoginInfo *info) {
+    return _set_record(kLoginInfoWrite, info);
 }
 
-void cloud_getLoginInfo(LoginInfo *info) {
-    _get_record(kLoginInfoRead, info);
+int cloud_getLoginInfo(LoginInfo *info) {
+    const int result = _get_record(kLoginInfoRead, info);
     if (info != nullptr) {
         _terminate(info->userName);
     }
+    return result;
 }
 
 void cloud_setDeviceStatus(DeviceStatus *status) {

@@ -87,9 +87,12 @@ enum FwField {
     kFwFieldCount,
 };
 
-// Single records: a null pointer does nothing; a read zeroes the record first.
-void cloud_setLoginInfo(LoginInfo *info);
-void cloud_getLoginInfo(LoginInfo *info);
+// Single records: a null pointer does nothing; a read zeroes the record first. A store failure is logged; of
+// these two it is the result as well.
+/// @return 1; 0 on a store failure.
+int cloud_setLoginInfo(LoginInfo *info);
+/// @return 1; 0 on a store failure.
+int cloud_getLoginInfo(LoginInfo *info);
 void cloud_setDeviceStatus(DeviceStatus *status);
 void cloud_getDeviceStatus(DeviceStatus *status);
 void cloud_setDeviceInfo(DeviceInfo *info);
