@@ -51,8 +51,8 @@ private:
 };
 using SecretTree = std::unique_ptr<cJSON, SecretTreeReleaser>;
 
-/// Prints a tree without white space, and leaves no copy behind: the library's own printing grows its buffer by
-/// releasing smaller ones as they are.
+/// Prints a tree without white space, and leaves no copy behind: the library's own printing grows its buffer
+/// by releasing smaller ones as they are.
 /// @return the text; null without memory.
 [[nodiscard]] inline SecretText cloud_printSecret(cJSON *tree) {
     constexpr int kFirstRoom = 1024;

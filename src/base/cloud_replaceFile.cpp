@@ -162,12 +162,16 @@ ReplaceResult cloud_replaceFile(const char *path, std::string_view text, mode_t 
     if (!file.ok()) {
         return _overwrite(path, text) ? kReplaced : kReplaceOpenFailed;
     }
-    if (_write_whole(file.get(), text)) {
+    const bool written = _write_whole(file.get(), text);
+    if (written) {
         _take_over(path, file.get(), mode);
         if (rename(beside.data(), path) == 0) {
             return kReplaced;
         }
     }
     unlink(beside.data());
-    return _overwrite(path, text) ? kReplaced : kReplaceWriteFailed;
+    if (_overwrite(path, text)) {
+        return kReplaced;
+    }
+    return written ? kReplaceOpenFailed : kReplaceWriteFailed;
 }

@@ -13,8 +13,8 @@
 
 enum ReplaceResult {
     kReplaced = 0,
-    kReplaceOpenFailed = -1,   // no file could be made
-    kReplaceWriteFailed = -2,  // no room, or the file cannot be put in place
+    kReplaceOpenFailed = -1,   // no file could be made, or not be put in place (a folder is there)
+    kReplaceWriteFailed = -2,  // no room
 };
 
 /// Modes of a new file: for everybody to read, or with a secret inside.

@@ -186,7 +186,7 @@ int _init_request(UcmMessage *msg, uint32_t type) {
 }
 
 int _get_payload_word(const UcmMessage *msg, uint32_t *out) {
-    *out = msg->payload;
+    *out = msg->payloadLength < sizeof *out ? 0 : msg->payload;
     return 0;
 }
 

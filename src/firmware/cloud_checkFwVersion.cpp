@@ -6,7 +6,7 @@
 
 #include "cloud_api_wrap.h"
 #include "cloud_cloudErrorHandler.h"
-#include "cloud_downloadHandler.h"
+#include "cloud_downloadFw.h"
 #include "cloud_exchangeConfig.h"
 #include "cloud_fwVersion.h"
 #include "cloud_jsonRpc.h"

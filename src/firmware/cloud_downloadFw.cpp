@@ -3,11 +3,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "cloud_downloadHandler.h"
 #include "cloud_exchangeConfig.h"
 #include "cloud_httpClient.h"
 #include "cloud_path.h"
 #include "cloud_util.h"
+
+constinit uint16_t g_fwDownloadFlag = 0;
 
 namespace {
 
@@ -64,6 +65,6 @@ void *cmem_updateFirmwareBufMalloc() {
 
 int cmem_updateFirmwareBufFree(void *buffer) {
     CLOUD_ASSERT(buffer != nullptr, "pBuf != ((void *)0)");
-    free(buffer);
+    free(buffer);  // Contract: the caller's bare pointer, as it was handed out.
     return 1;
 }

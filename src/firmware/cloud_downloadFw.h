@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 /// Bytes of a firmware address with its terminator.
 inline constexpr size_t kFirmwareUrlRoom = 1024;
@@ -11,6 +12,9 @@ struct DownloadInfo {
     char url[kFirmwareUrlRoom];
     char *localPath;  // kLocalPathRoom bytes of the handler's for the length of one download; else null
 };
+
+/// 1 once a download has been started in this process; a check then leaves the status file alone.
+extern constinit uint16_t g_fwDownloadFlag;  // NOLINT(bugprone-dynamic-static-initializers): a declaration
 
 /// Fetches the image to kFinishedImagePath and waits a second for readers of the status.
 /// @return 1; 0 on failure (logged). The status file says how it went.

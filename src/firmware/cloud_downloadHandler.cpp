@@ -10,8 +10,6 @@
 #include "cloud_owner.h"
 #include "cloud_util.h"
 
-constinit uint16_t g_fwDownloadFlag = 0;
-
 namespace {
 
 constinit DownloadEntry l_downloadEntry{};  // the pending one

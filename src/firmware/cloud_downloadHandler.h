@@ -20,9 +20,6 @@ struct DownloadEntry {
     DownloadInfo info;
 };
 
-/// 1 once a download has been started in this process; a check then leaves the status file alone.
-extern constinit uint16_t g_fwDownloadFlag;  // NOLINT(bugprone-dynamic-static-initializers): a declaration
-
 /// Makes an address the pending download. @param url  kept to 1023 characters.
 /// @return 1; 0 for null, or while another one is pending (logged).
 int cloud_storeFwMsgInDeviceTree(const char *url);

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <csignal>
 #include <cstdio>
@@ -23,7 +22,8 @@ constinit HttpClientFileInfo g_httpClientFileInfo{};
 namespace {
 
 constexpr size_t kNameRecordRoom = 2048;
-constexpr int32_t kPercentMax = 100;
+constexpr int32_t kPercentDone = 100;
+constexpr mode_t kTargetMode = 0666;
 constexpr int kFailuresMax = 5;  // in a row, without a byte
 constexpr double kNothing = 0.0001;
 constexpr unsigned int kModeEnd = 2;
@@ -47,19 +47,20 @@ private:
     struct sigaction before_ {};
 };
 
-// At most 100, also when more is here than the server announced.
-int32_t _percent(double part, double whole) {
-    return std::min(cloud_clampTo<int32_t>(part * 100.0 / whole), kPercentMax);
+// The plain quotient: above 100 where more is here than the server announced.
+[[nodiscard]] int32_t _percent(double part, double whole) {
+    return cloud_clampTo<int32_t>(part * 100.0 / whole);
 }
 
 // A partial image counts only for the image whose name was recorded with it.
 void _verifyDLImgName(const char *name) {
-    if (access(kFinishedImagePath, F_OK) == 0) {
+    struct stat finished {};
+    if (lstat(kFinishedImagePath, &finished) == 0 && S_ISREG(finished.st_mode)) {
         CLOUD_LOG("httpUploadFile.bin exist, rename it cloud_up_img.bin");
         rename(kFinishedImagePath, kPartialImagePath);
     }
-    const UniqueFd file(open(kImageNamePath, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-    if (file.get() <= 0) {
+    const UniqueFd file = cloud_openOwn(kImageNamePath, O_RDONLY);
+    if (file.get() <= 0) {  // Contract: descriptor 0 counts as none here.
         return;
     }
     std::array<char, kNameRecordRoom> recorded{};
@@ -73,7 +74,7 @@ void _verifyDLImgName(const char *name) {
 }
 
 // Replaced as a whole: a run killed here must not leave a record that disowns the partial image.
-bool _record(const char *path, const char *text) {
+[[nodiscard]] bool _record(const char *path, const char *text) {
     switch (cloud_replaceFile(path, text)) {
         case kReplaced:
             return true;
@@ -95,41 +96,40 @@ void _recordDLImgInfo(double length, const char *name) {
     }
 }
 
-// From here on the path is the partial image's, and what it holds is the resume offset.
-void _measure_partial(char *localPath) {
+// From here on the path is the partial image's, and what it holds is the resume offset. What is measured is
+// what is then written to: a look at the name could fail, or see another file. A byte counts when the file
+// holds it: with a buffer in between, what a full disk then refuses would be counted, and the next run would
+// resume behind a gap.
+// @param create  false: a mode that fetches nothing leaves no file behind.
+[[nodiscard]] UniqueFile _open_target(char *localPath, bool create) {
     memset(localPath, 0, kLocalPathRoom);
     memcpy(localPath, kPartialImagePath, sizeof(kPartialImagePath));
-    localFileSize = 0;
-    if (access(localPath, F_OK) == 0) {
-        static_cast<void>(getLocalFileLen(localPath, &localFileSize));
+    UniqueFd fd = cloud_openOwn(localPath, O_RDWR | O_APPEND | (create ? O_CREAT : 0), kTargetMode);
+    struct stat status {};
+    UniqueFile file(fd.ok() && fstat(fd.get(), &status) == 0 ? fdopen(fd.get(), "ab+") : nullptr);
+    if (file == nullptr && create) {
+        CLOUD_LOG("open %s failed.", localPath);
+        return nullptr;
     }
+    localFileSize = cloud_clampTo<uint32_t>(static_cast<double>(status.st_size));
     CLOUD_LOG("current image size is: %u[%s]", localFileSize, localPath);
+    if (file == nullptr) {
+        return nullptr;
+    }
+    static_cast<void>(fd.release());  // the stream's now
+    setvbuf(file.get(), nullptr, _IONBF, 0);
+    return file;
 }
 
-int _set_resume_breakpoint(CURL *curl) {
+[[nodiscard]] int _set_resume_breakpoint(CURL *curl) {
     localFileSize = cloud_clampTo<uint32_t>(g_httpClientFileInfo.localFileLength);
     CLOUD_LOG("localFileSize:%lu\n", static_cast<unsigned long>(localFileSize));
     return setCurlNumber(curl, CURLOPT_RESUME_FROM, static_cast<long>(localFileSize),
                          "Set CURLOPT_HEADER failed: %s\n");
 }
 
-// A byte counts when the file holds it: with a buffer in between, what a full disk then refuses would be
-// counted, and the next run would resume behind a gap.
-UniqueFile _open_target(const char *path) {
-    const int fd = open(path, O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    UniqueFile file(fd < 0 ? nullptr : fdopen(fd, "ab+"));
-    if (file == nullptr) {
-        CLOUD_LOG("open %s failed.", path);
-        if (fd >= 0) {
-            close(fd);
-        }
-        return nullptr;
-    }
-    setvbuf(file.get(), nullptr, _IONBF, 0);
-    return file;
-}
-
-int _set_target(CURL *curl, FILE *file) {
+[[nodiscard]] int _set_target(CURL *curl, FILE *file) {
+    // Contract: set twice, and the second text names another option.
     if (setCurlPointer(curl, CURLOPT_WRITEDATA, file, "set CURLOPT_FILE failed: %s\n") != 0) {
         return -1;
     }
@@ -138,7 +138,7 @@ int _set_target(CURL *curl, FILE *file) {
 
 // Transfers until all is here or nothing more comes.
 // @param lastCode  receives libcurl's code of the last transfer.
-int _run_transfers(const HttpClientFileInfo *info, CURL *curl, CURLcode *lastCode) {
+[[nodiscard]] int _run_transfers(const HttpClientFileInfo *info, CURL *curl, CURLcode *lastCode) {
     double lastLength = info->localFileLength;
     int failures = 0;
     int result = 0;
@@ -168,12 +168,9 @@ int _run_transfers(const HttpClientFileInfo *info, CURL *curl, CURLcode *lastCod
     return result;
 }
 
-int _download_resume_from_breakpoint(const char *path, const HttpClientFileInfo *info, CURL *curl) {
-    if (path == nullptr || info == nullptr || curl == nullptr) {
-        return -1;
-    }
-    const UniqueFile file = _open_target(path);
-    if (file == nullptr || _set_target(curl, file.get()) != 0) {
+[[nodiscard]] int _download_resume_from_breakpoint(const char *path, FILE *file,
+                                                   const HttpClientFileInfo *info, CURL *curl) {
+    if (path == nullptr || info == nullptr || curl == nullptr || _set_target(curl, file) != 0) {
         return -1;
     }
     CURLcode lastCode = CURLE_OK;
@@ -251,9 +248,12 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
         CLOUD_LOG("getDownloadFileLen failed!\n");
         return -1;
     }
-    _measure_partial(localPath);
+    const UniqueFile file = _open_target(localPath, mode < kModeEnd);
     if (mode >= kModeEnd) {
         CLOUD_LOG("get resource invalid!\n");
+        return -1;
+    }
+    if (file == nullptr) {
         return -1;
     }
     CLOUD_LOG("get firmware ... \n");
@@ -262,7 +262,7 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
         CLOUD_LOG("Set Options failed!\n");
         return -1;
     }
-    return _download_resume_from_breakpoint(localPath, &g_httpClientFileInfo, curl.get());
+    return _download_resume_from_breakpoint(localPath, file.get(), &g_httpClientFileInfo, curl.get());
 }
 
 int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int mode) {
@@ -286,7 +286,7 @@ int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int 
         return -1;
     }
     if (mode == kFirmwareMode && g_httpClientFileInfo.progress == 0) {
-        g_httpClientFileInfo.progress = kPercentMax;
+        g_httpClientFileInfo.progress = kPercentDone;
     }
     return 0;
 }

@@ -1,5 +1,7 @@
 #include "cloud_httpOptions.h"
 
+#include <strings.h>
+
 #include "cloud_util.h"
 
 // Where the certificates of trusted authorities are; empty: where libcurl was built to look.
@@ -10,6 +12,7 @@
 namespace {
 
 constexpr char kCaFile[] = CLOUD_CA_FILE;
+constexpr char kSecureScheme[] = "https:";
 constexpr long kGlobalFlags = 3;  // everything libcurl may need
 constexpr long kLowSpeedBytes = 1;
 constexpr long kLowSpeedSeconds = 5;
@@ -34,7 +37,6 @@ constexpr NumberOption kCommonOptions[] = {
     {CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytes, "Set CURLOPT_LOW_SPEED_LIMIT failed: %s\n"},
     {CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds, "Set CURLOPT_LOW_SPEED_TIME failed: %s\n"},
     {CURLOPT_PROTOCOLS, kProtocols, "Set CURLOPT_PROTOCOLS failed: %s\n"},
-    {CURLOPT_REDIR_PROTOCOLS, kProtocols, "Set CURLOPT_REDIR_PROTOCOLS failed: %s\n"},
     {CURLOPT_MAXREDIRS, kRedirectMax, "Set CURLOPT_MAXREDIRS failed: %s\n"},
     {CURLOPT_BUFFERSIZE, kReceiveBytes, "Set CURLOPT_BUFFERSIZE failed: %s\n"},
 };
@@ -115,6 +117,13 @@ int setCommonOptions(const char *httpMethod, CURL *curl, const char *url) {
         if (setCurlNumber(curl, option.option, option.value, option.format) != 0) {
             return -1;
         }
+    }
+    // What was asked for in secret is not fetched in the open.
+    const long redirects =
+        strncasecmp(url, kSecureScheme, sizeof(kSecureScheme) - 1) == 0 ? CURLPROTO_HTTPS : kProtocols;
+    if (setCurlNumber(curl, CURLOPT_REDIR_PROTOCOLS, redirects, "Set CURLOPT_REDIR_PROTOCOLS failed: %s\n") !=
+        0) {
+        return -1;
     }
     if (kCaFile[0] != '\0' &&
         setCurlPointer(curl, CURLOPT_CAINFO, kCaFile, "Set CURLOPT_CAINFO failed: %s\n") != 0) {

@@ -1,5 +1,6 @@
 // The libcurl handle of the image download: its life, its options, and the question for the image's length.
-// Only http and https are fetched, redirects included. Each failure is logged by the name of its option.
+// Only http and https are fetched; a redirect from an https address leads to https only. Each failure is
+// logged by the name of its option.
 #pragma once
 
 #include "cloud_curl.h"

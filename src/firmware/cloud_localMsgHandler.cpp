@@ -22,12 +22,12 @@ constexpr unsigned kStoreVerify = 0xe0002;
 constexpr unsigned kStoreUpgrade = 0xe0001;
 constexpr size_t kVerifyReplyBytes = 132;  // its first word is the error
 
-constexpr unsigned int kUpdateDelay_s = 5;  // lets the web interface answer first
+constexpr unsigned int kUpdateDelayS = 5;  // lets the web interface answer first
 
 constexpr int32_t kLinkReconnecting = 4;
 constexpr int32_t kLinkUp = 2;
 constexpr int32_t kReconnectEvent = 3;
-constexpr int kReconnectWait_s = 5;
+constexpr int kReconnectWaitS = 5;
 
 void _fail(FwStatus status) {
     cloud_setFirmwareDownloadStatus(status, 0);
@@ -100,13 +100,13 @@ int fwDownloadMsgHandler() {
         return 0;
     }
     downloadHandler();
-    g_fwDownloadFlag = 1;  // only now: the download itself clears it
+    g_fwDownloadFlag = 1;  // Contract: set when the download, which clears it, is over.
     CLOUD_LOG("cloud_storeFwMsgInDeviceTree successful.\n");
     return 1;
 }
 
 int fwUpdateMsgHander() {
-    cloud_sleep(kUpdateDelay_s);
+    cloud_sleep(kUpdateDelayS);
     cloud_upgradeFirmware(0);
     return 1;
 }
@@ -159,10 +159,10 @@ int cloud_updateFirmware(int /*reserved*/, uint32_t /*imageLength*/) {
 int reconnCloudSrvHandler() {
     CLOUD_LOG("reconnect cloud server request is triggered!\n");
     if (kxcc_get_link_status() == kLinkReconnecting) {
-        CLOUD_LOG("link is reconnecting, please wait %d s!\n", kReconnectWait_s);
-        cloud_sleep(kReconnectWait_s);
+        CLOUD_LOG("link is reconnecting, please wait %d s!\n", kReconnectWaitS);
+        cloud_sleep(kReconnectWaitS);
     }
-    if (cloud_checkSslPath(kReconnectEvent, kReconnectWait_s) != kLinkUp) {
+    if (cloud_checkSslPath(kReconnectEvent, kReconnectWaitS) != kLinkUp) {
         CLOUD_LOG("reconnect cloud server failed!\n");
         return 0;
     }

@@ -13,7 +13,7 @@ constexpr mode_t kLockMode = 0444;
 
 // The exclusive creation is the lock.
 // @return a descriptor for _file_unlock; negative when the lock is held; 0 for a null path, without a lock.
-int _file_lock(const char *path) {
+[[nodiscard]] int _file_lock(const char *path) {
     if (path == nullptr) {
         return 0;
     }
@@ -25,7 +25,7 @@ int _file_lock(const char *path) {
 }
 
 void _file_unlock(int fd, const char *path) {
-    if (fd > 0) {
+    if (fd > 0) {  // Contract: descriptor 0 stays open.
         close(fd);
     }
     if (path != nullptr) {
@@ -34,7 +34,7 @@ void _file_unlock(int fd, const char *path) {
 }
 
 // @return false when the lock is held, and the handler has not run.
-bool _run_locked(const char *path, int (*handler)()) {
+[[nodiscard]] bool _run_locked(const char *path, int (*handler)()) {
     const int fd = _file_lock(path);
     if (fd < 0) {
         return false;
