@@ -2,6 +2,7 @@
 // so that the broker and cloud_msg cannot share one mistake.
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -602,6 +603,53 @@ TEST(Extender, LeavesNothingBehind) {
     EXPECT_EQ(host(), before);
 }
 
+struct User {
+    const char *name;
+    std::vector<std::string> become;
+};
+
+void PrintTo(const User &row, std::ostream *out) {
+    *out << row.name;
+}
+
+class ExtenderKeepsTheHost : public testing::TestWithParam<User> {};
+
+// The host is this device, with a folder for everybody made anew, and one below /tmp, where the command
+// works.
+TEST_P(ExtenderKeepsTheHost, FromWhatACommandWrites) {
+    std::vector<std::string> words = GetParam().become;
+    const auto as_user = [&](std::vector<std::string> more) {
+        more.insert(more.begin(), words.begin(), words.end());
+        return Process(std::move(more)).wait();
+    };
+    if (as_user({"true"}).status != 0) {
+        GTEST_SKIP() << "only root can become another user";
+    }
+    ASSERT_EQ(mount("tmpfs", "/srv", "tmpfs", 0, "mode=0777"), 0);
+    const std::string host = std::string("/tmp/host_of_") + GetParam().name;
+    std::filesystem::create_directories(host + "/flash");
+    for (const std::string &folder : {host, host + "/flash"}) {
+        std::filesystem::permissions(folder, std::filesystem::perms::all);
+    }
+    std::filesystem::current_path(host);
+    const auto run = as_user(
+        {_extender(), "run", "--flash", "flash", "--journal", "j", "--", "sh", "-c",
+         "for at in / /etc /root /srv $PWD /proc/sys/kernel; do"
+         " ! touch $at/hostname 2>/dev/null || echo $at; done; touch /tmp/x /mnt/x /dev/shm/x /usr/bin/x"});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.out, "") << "could be written to";
+    EXPECT_TRUE(std::filesystem::exists("flash/x"));
+    EXPECT_GT(std::filesystem::file_size("j"), 0U);
+}
+
+// A user inside a device gets no /proc of that user's own, and without one nobody can look for leaks.
+INSTANTIATE_TEST_SUITE_P(Rows, ExtenderKeepsTheHost,
+                         testing::Values(User{"root", {}},
+                                         User{"user",
+                                              {"env", "ASAN_OPTIONS=detect_leaks=0", "setpriv",
+                                               "--reuid=65534", "--regid=65534", "--clear-groups"}}),
+                         [](const auto &row) { return row.param.name; });
+
 // `ready` is a pipe in the flash folder: opening it waits until the command has come so far.
 TEST(Extender, TakesTheDeviceDownWhenItIsEnded) {
     for (const int signal : {SIGTERM, SIGKILL}) {
@@ -681,6 +729,8 @@ INSTANTIATE_TEST_SUITE_P(
                            "echo '{\"lnk\":1}' | $0 run --scenario /dev/stdin -- true", 125, "\"lnk\""},
                     Misuse{"cloud_from_a_pipe", "echo '{\"accounts\":5}' | $0 run --cloud /dev/stdin -- true",
                            125, "\"accounts\""},
+                    Misuse{"no_capability", "setpriv --bounding-set=-all --inh-caps=-all $0 run -- true", 125,
+                           "It needs the right"},
                     Misuse{"journal_full", "$0 run --journal /dev/full -- sh -c 'exit 3'", 3,
                            "No space left"}),
     [](const auto &row) { return row.param.name; });

@@ -34,6 +34,10 @@ namespace fs = std::filesystem;
 
 constexpr const char *kInsideMark = "EXTENDER_INSIDE";
 constexpr int kNoDevice = 125;
+constexpr const char *kNeeds =
+    " It needs the right to make mounts and namespaces: root (in a container: CAP_SYS_ADMIN, and no filter "
+    "of "
+    "mount calls), or user namespaces for everybody (user.max_user_namespaces above 0).\n";
 
 std::set<std::string> g_kept_in_tmp;  // names in /tmp that belong to the host
 bool g_flash_is_private = true;
@@ -184,16 +188,91 @@ void _make_scripts() {
     }
 }
 
+// The device's root is a copy of the host's mounts: a file that is open for writing in the host's own (the
+// journal) would keep that from becoming read-only.
+void _leave_host_mounts() {
+    const std::string folder = fs::current_path();
+    _mount("none", "/", "none", MS_REC | MS_PRIVATE);
+    _mount("/", "/tmp", "none", MS_BIND | MS_REC);
+    fs::current_path("/tmp");
+    if (syscall(SYS_pivot_root, ".", ".") != 0 || umount2(".", MNT_DETACH) != 0) {
+        _fail("change of the root");
+    }
+    fs::current_path(folder);  // the same name, in the copy
+}
+
+// A mount as /proc/self/mountinfo has it.
+struct Mount {
+    std::string place;
+    unsigned long flags = 0;  // those that a remount would lose
+};
+
+std::vector<Mount> _mounts() {
+    std::vector<Mount> mounts;
+    std::ifstream file("/proc/self/mountinfo");
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream words(line);
+        std::string skipped;
+        std::string place;
+        std::string options;
+        words >> skipped >> skipped >> skipped >> skipped >> place >> options;
+        for (size_t at = 0; (at = place.find('\\', at)) != std::string::npos; ++at) {
+            place.replace(at, 4, 1, static_cast<char>(std::stoi(place.substr(at + 1, 3), nullptr, 8)));
+        }
+        Mount mount{place};
+        options = ',' + options + ',';
+        for (const auto &[name, flag] : {std::pair{",ro,", MS_RDONLY},
+                                         {",nosuid,", MS_NOSUID},
+                                         {",nodev,", MS_NODEV},
+                                         {",noexec,", MS_NOEXEC}}) {
+            mount.flags |= options.find(name) != std::string::npos ? static_cast<unsigned long>(flag) : 0;
+        }
+        mounts.push_back(std::move(mount));
+    }
+    return mounts;
+}
+
+// What a command may write to: it goes with the device, or is the flash that was given.
+bool _is_the_devices_own(const std::string &place) {
+    return place == "/tmp" || place == kFlashPath || place == "/dev" || place == "/usr/bin" ||
+           place == "/proc" || (!g_flash_is_private && place.starts_with(std::string(kFlashPath) + '/')) ||
+           (place.starts_with("/dev/") && !place.starts_with(kPrivateFolder));
+}
+
+// Everything of the host becomes read-only. By one call a mount, which every kernel and valgrind know.
+void _seal() {
+    // Settings of the host's kernel. An ordinary user cannot write them, and covering them would keep that
+    // user's devices from a /proc of their own.
+    if (access("/proc/sys/kernel/core_pattern", W_OK) == 0) {
+        for (const char *place : {"/proc/sys", "/proc/sysrq-trigger", "/proc/irq", "/proc/bus"}) {
+            if (access(place, F_OK) == 0) {
+                _mount(place, place, "none", MS_BIND | MS_REC);
+            }
+        }
+    }
+    for (const auto &[place, flags] : _mounts()) {
+        if (_is_the_devices_own(place) || (flags & MS_RDONLY) != 0 ||
+            mount("none", place.c_str(), "none", MS_REMOUNT | MS_BIND | MS_RDONLY | flags, nullptr) == 0) {
+            continue;
+        }
+        // Out of sight: below another mount, or in a folder that this user may not enter.
+        const bool hidden = errno == EINVAL || errno == ENOENT || errno == ENOTDIR || errno == EACCES;
+        if (!hidden || place == "/") {
+            _fail("making " + place + " read-only");
+        }
+    }
+}
+
 void _make_device(const DeviceOptions &options) {
     g_kept_in_tmp = _kept_below("/tmp", options);
     g_flash_is_private = options.flash.empty();
     const std::set<std::string> kept_in_flash = _kept_below(kFlashPath, options);
     const std::string folder = fs::current_path();
+    _leave_host_mounts();
     const HostPath flash(options.flash);
     if (!g_flash_is_private && !flash.ok()) {
         _fail("flash folder " + options.flash);
     }
-    _mount("none", "/", "none", MS_REC | MS_PRIVATE);
     _private_folder("/tmp", g_kept_in_tmp, "mode=01777");
     if (g_flash_is_private) {
         _private_folder(kFlashPath, kept_in_flash, "mode=0755");
@@ -216,6 +295,7 @@ void _make_device(const DeviceOptions &options) {
     setenv("TMPDIR", "/tmp", 1);
     // Where the host does not allow it, its own stays: only `ps` shows the difference.
     mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
+    _seal();
 }
 
 sigset_t _handed_on_signals() {
@@ -249,6 +329,16 @@ int _wait_for(pid_t child, int *last_signal) {
     }
 }
 
+// Between clone and exec: system calls only, for the process may have lost a thread that held a lock.
+[[noreturn]] void _give_up(const char *what) {
+    for (const char *text : {"No private device: ", what, ".", kNeeds}) {
+        if (write(STDERR_FILENO, text, std::strlen(text)) < 0) {
+            break;
+        }
+    }
+    _exit(kNoDevice);
+}
+
 // Between clone and exec: system calls only. The raw call makes the namespaces in one step
 // even where the process has threads (a sanitizer's), which unshare refuses.
 pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const std::string &gid_map,
@@ -262,7 +352,7 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
         const auto put = [](const char *path, const char *text, size_t size) {
             const int fd = open(path, O_WRONLY | O_CLOEXEC);
             if (fd < 0 || write(fd, text, size) < 0) {
-                _exit(kNoDevice);
+                _give_up("the user namespace cannot be set up");
             }
             close(fd);
         };
@@ -274,7 +364,7 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
     // By its path first: under valgrind the link leads to the tool. The link, where the path is gone.
     execve(program, argv, environment);
     execve("/proc/self/exe", argv, environment);
-    _exit(kNoDevice);
+    _give_up("this program cannot be started anew");
 }
 
 [[noreturn]] void _stay_outside() {
@@ -304,7 +394,7 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
         inner = clone_into(CLONE_NEWUSER);
     }
     if (inner < 0) {
-        std::cerr << "No private device: " << std::strerror(errno) << ". It needs root or user namespaces.\n";
+        std::cerr << "No private device: " << std::strerror(errno) << '.' << kNeeds;
         std::_Exit(kNoDevice);
     }
     int signal = 0;
@@ -346,7 +436,7 @@ void enter_device(const DeviceOptions &options) {
     try {
         _make_device(options);
     } catch (const std::exception &error) {
-        std::cerr << "No private device: " << error.what() << '\n';
+        std::cerr << "No private device: " << error.what() << '.' << kNeeds;
         std::_Exit(kNoDevice);
     }
     const sigset_t set = _handed_on_signals();

@@ -2,7 +2,9 @@
 // Three processes result. The outer one stays on the host and only waits; the second is
 // process 1 of the device, makes the mounts and reaps orphans; the third, its child, is the
 // program itself, in which enter_device() returns. When it ends, the kernel ends whatever
-// still runs in the device and drops every mount: nothing stays behind on the host.
+// still runs in the device and drops every mount. /tmp, /mnt, /dev and /usr/bin are the device's own and go
+// with it; everything else of the host is there to be read only, but for the folder given as flash. That
+// guards against accidents: a command that is out to undo the mounts can do so.
 #pragma once
 
 #include <string>
@@ -12,7 +14,7 @@ namespace emulator {
 
 struct DeviceOptions {
     std::string flash;              ///< host folder to use as the device's flash; empty: a private one
-    std::vector<std::string> keep;  ///< host paths that must stay reachable if they lie below /tmp or /mnt
+    std::vector<std::string> keep;  ///< host paths that must stay readable if they lie below /tmp or /mnt
 };
 
 /// The first half of enter_device(): returns only in the process in which that will return, while it still
@@ -21,7 +23,7 @@ void split_off();
 
 /// Enters the device. Call it first thing in main(), before any thread exists: main() is run
 /// a second time from its start, inside. Open files of the host that the program needs before
-/// the call (it is the last moment at which the host's /tmp is seen).
+/// the call (it is the last moment at which the host's /tmp is seen, and its files can be written).
 /// Returns only inside the device. Outside it waits and exits with the program's status
 /// (128 + n when signal n ended it). SIGINT, SIGTERM and SIGHUP are handed on to the program.
 /// Ends the process with status 125 and a message where namespaces are not to be had.
