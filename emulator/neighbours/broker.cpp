@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "document.h"
+#include "unix_socket.h"
 
 namespace emulator {
 namespace {
@@ -101,13 +102,12 @@ std::string _faulty_frame(int type, const std::string &body, const json &effects
 }  // namespace
 
 struct Broker::Connection {
-    Connection(int descriptor, int which) : fd(descriptor), number(which) {}
+    Connection(Descriptor descriptor, int which) : fd(std::move(descriptor)), number(which) {}
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
-    ~Connection() { close(fd); }
-    void hang_up() const { shutdown(fd, SHUT_RDWR); }
+    void hang_up() const { shutdown(fd.get(), SHUT_RDWR); }
 
-    const int fd;
+    const Descriptor fd;
     const int number;
     std::thread thread;
     std::mutex writing;       // one frame at a time
@@ -156,32 +156,31 @@ Broker::~Broker() {
 
 void Broker::start() {
     const std::lock_guard lock(mutex_);
-    if (listen_fd_ >= 0) {
+    if (listening_.ok()) {
         return;
     }
-    const int fd = bound_socket(SOCK_STREAM, path_);
-    listen(fd, SOMAXCONN);
+    listening_ = bound_socket(SOCK_STREAM, path_);
+    listen(listening_.get(), SOMAXCONN);
     stopping_ = false;
-    listen_fd_ = fd;
-    acceptor_ = std::thread([this, fd] { _accept_loop(fd); });
+    acceptor_ = std::thread([this, fd = listening_.get()] { _accept_loop(fd); });
 }
 
 void Broker::stop() {
     std::list<Peer> peers;
     {
         const std::lock_guard lock(mutex_);
-        if (listen_fd_ < 0) {
+        if (!listening_.ok()) {
             return;
         }
         stopping_ = true;
         unlink(path_.c_str());
-        shutdown(listen_fd_, SHUT_RDWR);  // ends the wait in accept
+        shutdown(listening_.get(), SHUT_RDWR);  // ends the wait in accept
         changed_.notify_all();
     }
     acceptor_.join();
     {
         const std::lock_guard lock(mutex_);
-        close(std::exchange(listen_fd_, -1));
+        listening_.reset();
         peers.swap(connections_);
         requests_.clear();
     }
@@ -221,14 +220,11 @@ void Broker::set_link(int value) {
     link_ = value;
 }
 
-void Broker::_accept_loop(int listen_fd) {
+void Broker::_accept_loop(int listening) {
     for (;;) {
-        const int fd = accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC);
+        Descriptor fd(accept4(listening, nullptr, nullptr, SOCK_CLOEXEC));
         const std::lock_guard lock(mutex_);
-        if (stopping_ || fd < 0) {
-            if (fd >= 0) {
-                close(fd);
-            }
+        if (stopping_ || !fd.ok()) {
             return;
         }
         connections_.remove_if([](const Peer &peer) {
@@ -237,7 +233,7 @@ void Broker::_accept_loop(int listen_fd) {
             }
             return peer->ended;
         });
-        const Peer peer = std::make_shared<Connection>(fd, next_connection_++);
+        const Peer peer = std::make_shared<Connection>(std::move(fd), next_connection_++);
         connections_.push_back(peer);
         peer->thread = std::thread([this, peer = peer.get()] { _serve(*peer); });
     }
@@ -263,14 +259,14 @@ void Broker::_serve(Connection &connection) {
 
 bool Broker::_read_message(Connection &connection, Message &message) {
     std::string header(kHeaderSize, '\0');
-    const bool whole = read_all(connection.fd, header);
+    const bool whole = read_all(connection.fd.get(), header);
     if (!whole && header.empty()) {
         return false;
     }
     const size_t length = whole ? decode_number(header.substr(4)) : 0;
     message.body.assign(length <= kLongestBody ? length : 0, '\0');
     if (!whole || !header.starts_with(kMagic) || length > kLongestBody ||
-        !read_all(connection.fd, message.body)) {
+        !read_all(connection.fd.get(), message.body)) {
         journal_.add("bad_message",
                      {{"connection", connection.number}, {"bytes", to_hex(header + message.body)}});
         return false;
@@ -453,9 +449,9 @@ void Broker::_deliver(Connection &connection, int type, const std::string &body,
     }
     bytes.resize(std::min(bytes.size(), effects.value("close_after", bytes.size())));
     for (int i = effects.value("repeat", 1); i > 0; --i) {
-        write_all(connection.fd, bytes);
+        write_all(connection.fd.get(), bytes);
     }
-    write_all(connection.fd, std::exchange(connection.held, {}));
+    write_all(connection.fd.get(), std::exchange(connection.held, {}));
     if (effects.contains("close_after") || effects.value("close", false)) {
         connection.hang_up();
     }

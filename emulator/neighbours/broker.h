@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "cloud.h"
+#include "descriptor.h"
 #include "journal.h"
 #include "wire.h"
 
@@ -59,7 +60,7 @@ private:
     struct Rule;
     using Peer = std::shared_ptr<Connection>;
 
-    void _accept_loop(int listen_fd);
+    void _accept_loop(int listening);
     void _serve(Connection &connection);
     [[nodiscard]] bool _read_message(Connection &connection, Message &message);
     [[nodiscard]] std::string _method_of(const Message &message);
@@ -85,7 +86,7 @@ private:
     std::condition_variable changed_;
     // All below: under mutex_.
     bool stopping_ = false;
-    int listen_fd_ = -1;
+    Descriptor listening_;
     int logic_ = 0;
     int link_ = 2;
     int link_polls_ = 0;                                // queries for which a reconnect still shows

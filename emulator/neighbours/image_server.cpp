@@ -38,14 +38,16 @@ constexpr int kBadRange = 416;
                              std::to_string(ERR_get_error()));
 }
 
-SSL_CTX *_make_tls(const TlsFiles &files) {
+using Tls = std::unique_ptr<SSL_CTX, void (*)(SSL_CTX *)>;
+
+// Null without files: plain HTTP.
+Tls _make_tls(const TlsFiles &files) {
     if (files.certificate.empty()) {
-        return nullptr;
+        return {nullptr, SSL_CTX_free};
     }
-    SSL_CTX *tls = SSL_CTX_new(TLS_server_method());
-    if (tls == nullptr || SSL_CTX_use_certificate_chain_file(tls, files.certificate.c_str()) != 1 ||
-        SSL_CTX_use_PrivateKey_file(tls, files.key.c_str(), SSL_FILETYPE_PEM) != 1) {
-        SSL_CTX_free(tls);
+    Tls tls(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    if (tls == nullptr || SSL_CTX_use_certificate_chain_file(tls.get(), files.certificate.c_str()) != 1 ||
+        SSL_CTX_use_PrivateKey_file(tls.get(), files.key.c_str(), SSL_FILETYPE_PEM) != 1) {
         _fail(files.certificate);
     }
     return tls;
@@ -121,19 +123,17 @@ struct ImageServer::Response {
 // One client: plain or TLS.
 class ImageServer::Connection {
 public:
-    Connection(int fd, int stop_fd, SSL_CTX *tls) : fd_(fd), stop_fd_(stop_fd) {
+    Connection(Descriptor client, int stop_fd, SSL_CTX *tls) : client_(std::move(client)), stop_fd_(stop_fd) {
         if (tls != nullptr) {
-            ssl_ = SSL_new(tls);
-            SSL_set_fd(ssl_, fd);
-            open_ = SSL_accept(ssl_) == 1;
+            ssl_.reset(SSL_new(tls));
+            SSL_set_fd(ssl_.get(), client_.get());
+            open_ = SSL_accept(ssl_.get()) == 1;
         }
     }
     ~Connection() {
         if (open_ && ssl_ != nullptr) {
-            SSL_shutdown(ssl_);
+            SSL_shutdown(ssl_.get());
         }
-        SSL_free(ssl_);
-        close(fd_);
         ERR_clear_error();
     }
     Connection(const Connection &) = delete;
@@ -164,8 +164,8 @@ public:
     [[nodiscard]] bool write(std::string_view bytes) {
         while (!bytes.empty() && open_) {
             const size_t piece = std::min(bytes.size(), kPieceBytes);
-            const auto sent = ssl_ != nullptr ? SSL_write(ssl_, bytes.data(), static_cast<int>(piece))
-                                              : send(fd_, bytes.data(), piece, MSG_NOSIGNAL);
+            const auto sent = ssl_ != nullptr ? SSL_write(ssl_.get(), bytes.data(), static_cast<int>(piece))
+                                              : send(client_.get(), bytes.data(), piece, MSG_NOSIGNAL);
             open_ = sent > 0;
             bytes.remove_prefix(sent > 0 ? static_cast<size_t>(sent) : 0);
         }
@@ -174,41 +174,40 @@ public:
 
     // Returns when the time is over (true), the client has gone or the server ends.
     [[nodiscard]] bool rest(int milliseconds) {
-        std::array<pollfd, 2> ends{{{fd_, POLLRDHUP, 0}, {stop_fd_, POLLIN, 0}}};
+        std::array<pollfd, 2> ends{{{client_.get(), POLLRDHUP, 0}, {stop_fd_, POLLIN, 0}}};
         return poll(ends.data(), ends.size(), milliseconds) == 0;
     }
 
     // Waits for the next request. @return false when there will be none.
     [[nodiscard]] bool wait() {
-        std::array<pollfd, 2> ends{{{fd_, POLLIN, 0}, {stop_fd_, POLLIN, 0}}};
-        return open_ && (!received_.empty() || (ssl_ != nullptr && SSL_pending(ssl_) > 0) ||
+        std::array<pollfd, 2> ends{{{client_.get(), POLLIN, 0}, {stop_fd_, POLLIN, 0}}};
+        return open_ && (!received_.empty() || (ssl_ != nullptr && SSL_pending(ssl_.get()) > 0) ||
                          (poll(ends.data(), ends.size(), -1) > 0 && ends[1].revents == 0));
     }
 
 private:
     [[nodiscard]] ssize_t _read(std::array<char, 4096> &buffer) {
-        return ssl_ != nullptr ? SSL_read(ssl_, buffer.data(), static_cast<int>(buffer.size()))
-                               : recv(fd_, buffer.data(), buffer.size(), 0);
+        return ssl_ != nullptr ? SSL_read(ssl_.get(), buffer.data(), static_cast<int>(buffer.size()))
+                               : recv(client_.get(), buffer.data(), buffer.size(), 0);
     }
 
-    int fd_;
+    Descriptor client_;
     int stop_fd_;
-    SSL *ssl_ = nullptr;
+    std::unique_ptr<SSL, void (*)(SSL *)> ssl_{nullptr, SSL_free};  // goes before its descriptor
     bool open_ = true;
     std::string received_;
 };
 
-ImageServer::ImageServer(Journal &journal, const TlsFiles &tls)
-    : journal_(journal), tls_(_make_tls(tls), SSL_CTX_free) {
+ImageServer::ImageServer(Journal &journal, const TlsFiles &tls) : journal_(journal), tls_(_make_tls(tls)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t size = sizeof address;
-    listen_fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    stop_fd_ = eventfd(0, EFD_CLOEXEC);
-    if (bind(listen_fd_, reinterpret_cast<const sockaddr *>(&address), size) != 0 ||
-        listen(listen_fd_, SOMAXCONN) != 0 ||
-        getsockname(listen_fd_, reinterpret_cast<sockaddr *>(&address), &size) != 0) {
+    listening_.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    stop_.reset(eventfd(0, EFD_CLOEXEC));
+    if (bind(listening_.get(), reinterpret_cast<const sockaddr *>(&address), size) != 0 ||
+        listen(listening_.get(), SOMAXCONN) != 0 ||
+        getsockname(listening_.get(), reinterpret_cast<sockaddr *>(&address), &size) != 0) {
         _fail("socket");
     }
     port_ = ntohs(address.sin_port);
@@ -216,13 +215,11 @@ ImageServer::ImageServer(Journal &journal, const TlsFiles &tls)
 }
 
 ImageServer::~ImageServer() {
-    eventfd_write(stop_fd_, 1);
+    eventfd_write(stop_.get(), 1);
     acceptor_.join();
     for (Served &connection : connections_) {
         connection.thread.join();
     }
-    close(listen_fd_);
-    close(stop_fd_);
 }
 
 std::string ImageServer::url(std::string_view path) const {
@@ -251,9 +248,9 @@ void ImageServer::set_rules(const json &rules) {
 }
 
 void ImageServer::_accept_loop() {
-    std::array<pollfd, 2> inputs{{{stop_fd_, POLLIN, 0}, {listen_fd_, POLLIN, 0}}};
+    std::array<pollfd, 2> inputs{{{stop_.get(), POLLIN, 0}, {listening_.get(), POLLIN, 0}}};
     while (poll(inputs.data(), inputs.size(), -1) >= 0 && inputs[0].revents == 0) {
-        const int fd = accept4(listen_fd_, nullptr, nullptr, SOCK_CLOEXEC);
+        Descriptor client(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC));
         connections_.remove_if([](Served &connection) {
             const bool ended = connection.ended;
             if (ended) {
@@ -261,26 +258,26 @@ void ImageServer::_accept_loop() {
             }
             return ended;
         });
-        if (fd >= 0) {
+        if (client.ok()) {
             Served &connection = connections_.emplace_back();
-            connection.thread = std::thread([this, fd, &connection] {
-                _serve(fd);
+            connection.thread = std::thread([this, client = std::move(client), &connection]() mutable {
+                _serve(std::move(client));
                 connection.ended = true;
             });
         }
     }
 }
 
-void ImageServer::_serve(int fd) {
+void ImageServer::_serve(Descriptor client) {
     sigset_t pipe;  // the TLS library writes as it likes: a client that went away is no signal
     sigemptyset(&pipe);
     sigaddset(&pipe, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
     // A client that neither sends nor reads must not keep the server from ending.
     const timeval patience{30, 0};
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
-    Connection connection(fd, stop_fd_, tls_.get());
+    setsockopt(client.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
+    setsockopt(client.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
+    Connection connection(std::move(client), stop_.get(), tls_.get());
     try {
         Request request;
         while (connection.wait() && connection.read_request(request) && _answer(connection, request)) {

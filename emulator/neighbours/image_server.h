@@ -27,6 +27,7 @@
 #include <thread>
 #include <vector>
 
+#include "descriptor.h"
 #include "journal.h"
 
 struct ssl_ctx_st;
@@ -69,7 +70,7 @@ private:
     using Content = std::shared_ptr<const std::string>;
 
     void _accept_loop();
-    void _serve(int fd);
+    void _serve(Descriptor client);
     [[nodiscard]] bool _answer(Connection &connection, const Request &request);
     [[nodiscard]] Response _make_response(const Request &request, const json &faults);
     [[nodiscard]] static size_t _send_body(Connection &connection, std::string_view body, const json &faults);
@@ -78,8 +79,8 @@ private:
 
     Journal &journal_;
     std::unique_ptr<ssl_ctx_st, void (*)(ssl_ctx_st *)> tls_;
-    int listen_fd_ = -1;
-    int stop_fd_ = -1;  // readable once the server ends
+    Descriptor listening_;
+    Descriptor stop_;  // readable once the server ends
     int port_ = 0;
     std::mutex mutex_;
     std::map<std::string, Content> contents_;  // under mutex_

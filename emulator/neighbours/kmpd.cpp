@@ -4,7 +4,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "wire.h"
+#include "unix_socket.h"
 
 namespace emulator {
 namespace {
@@ -75,9 +75,8 @@ Kmpd::Kmpd(Journal &journal, KmpdReply reply, bool big_endian, std::string path)
 
 Kmpd::~Kmpd() {
     stopping_ = true;
-    shutdown(fd_, SHUT_RDWR);  // ends the wait in recvfrom
+    shutdown(fd_.get(), SHUT_RDWR);  // ends the wait in recvfrom
     thread_.join();
-    close(fd_);
     unlink(path_.c_str());
 }
 
@@ -86,8 +85,8 @@ void Kmpd::_serve() {
     for (;;) {
         sockaddr_un from{};
         socklen_t from_size = sizeof from;
-        const ssize_t size =
-            recvfrom(fd_, buffer.data(), buffer.size(), 0, reinterpret_cast<sockaddr *>(&from), &from_size);
+        const ssize_t size = recvfrom(fd_.get(), buffer.data(), buffer.size(), 0,
+                                      reinterpret_cast<sockaddr *>(&from), &from_size);
         if (size < 0 || stopping_) {
             return;
         }
@@ -103,7 +102,7 @@ void Kmpd::_serve() {
         if (reply_ != KmpdReply::kSilent) {
             // Answers are longer than the datagrams where they should be oversize.
             const std::string answer(reply_ == KmpdReply::kOversize ? 2 * kDatagramSize : kDatagramSize, 'k');
-            sendto(fd_, answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
+            sendto(fd_.get(), answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
                    reinterpret_cast<const sockaddr *>(&from), from_size);
         }
     }

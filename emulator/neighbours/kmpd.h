@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "descriptor.h"
 #include "journal.h"
 
 namespace emulator {
@@ -36,7 +37,7 @@ private:
     const KmpdReply reply_;
     const bool big_endian_;
     const std::string path_;
-    int fd_ = -1;
+    Descriptor fd_;
     std::atomic<bool> stopping_ = false;
     std::thread thread_;
 };

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -20,6 +21,7 @@
 #include <CLI/CLI.hpp>
 
 #include "demo.h"
+#include "descriptor.h"
 #include "device.h"
 #include "document.h"
 #include "firmware.h"
@@ -116,20 +118,30 @@ int _progress() {
     return 0;
 }
 
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
 // Null for no path. What standard output or error goes to as well is shared with it, to its place in it.
-std::FILE *_open_journal(const std::string &path) {
-    std::FILE *sink = nullptr;
+File _open_journal(const std::string &path) {
+    File sink;
     struct stat named {};
     const bool there = stat(path.c_str(), &named) == 0;
     for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
         struct stat open {};
         if (there && sink == nullptr && fstat(fd, &open) == 0 && open.st_dev == named.st_dev &&
             open.st_ino == named.st_ino) {
-            sink = fdopen(fcntl(fd, F_DUPFD_CLOEXEC, 0), "w");
+            emulator::Descriptor copy(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+            sink.reset(fdopen(copy.get(), "w"));
+            static_cast<void>(sink != nullptr ? copy.release() : -1);  // the file's now
         }
     }
-    if (sink == nullptr && !path.empty() && (sink = std::fopen(path.c_str(), "we")) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), path);
+    if (sink == nullptr && !path.empty()) {
+        sink.reset(std::fopen(path.c_str(), "we"));
+        if (sink == nullptr) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
     }
     return sink;
 }
@@ -187,16 +199,16 @@ int _play(Options &options) {
     emulator::split_off();
     const json scenario = emulator::read_document(options.scenario);
     const json cloud = emulator::read_document(options.cloud);
-    std::FILE *const sink = _open_journal(options.journal);
+    const File sink = _open_journal(options.journal);
     if (!options.words.empty()) {
         options.device.keep.push_back(options.words.front());
     }
     emulator::enter_device(options.device);
     int status = 0;
     if (options.chosen == Options::Command::kDemo) {
-        status = emulator::play_demo(sink);
+        status = emulator::play_demo(sink.get());
     } else {
-        emulator::Device device(scenario, cloud, sink);
+        emulator::Device device(scenario, cloud, sink.get());
         const auto server =
             emulator::make_image_server(device.journal(), scenario.value("image", json::object()));
         if (!cloud.contains("firmware")) {
@@ -205,9 +217,6 @@ int _play(Options &options) {
         emulator::put_status_file();
         const bool by_hand = options.chosen == Options::Command::kShell;
         status = by_hand ? _shell(device) : std::max(_in_front(device, options.words), 0);
-    }
-    if (sink != nullptr) {
-        std::fclose(sink);
     }
     return status;
 }

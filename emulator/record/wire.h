@@ -1,8 +1,6 @@
 // The broker's wire format, written apart from the device's: magic:2 type:2 length:4, all
-// big-endian, then the body. And the UNIX sockets that the neighbours listen on.
+// big-endian, then the body.
 #pragma once
-
-#include <sys/un.h>
 
 #include <array>
 #include <cstddef>
@@ -48,18 +46,5 @@ inline constexpr std::array kFromClient{kAccept, kRegister, kSubmit, kPoll,     
 
 [[nodiscard]] std::string from_hex(const std::string &hex);
 [[nodiscard]] std::string to_hex(std::string_view bytes);
-
-/// Fills the buffer. @return false at an end before that: the buffer then has what came.
-[[nodiscard]] bool read_all(int fd, std::string &buffer);
-
-/// Writes to a socket; a peer that is gone is left to the next read.
-void write_all(int fd, std::string_view bytes);
-
-[[nodiscard]] sockaddr_un socket_address(std::string_view path);
-
-/// A close-on-exec socket bound to the path, in place of whatever stands there.
-/// @param type  SOCK_STREAM or SOCK_DGRAM, and SOCK_NONBLOCK if wanted.
-/// @throws std::system_error
-[[nodiscard]] int bound_socket(int type, const std::string &path);
 
 }  // namespace emulator

@@ -17,7 +17,7 @@
 
 #include "document.h"
 #include "namespace.h"
-#include "wire.h"
+#include "unix_socket.h"
 
 namespace emulator {
 namespace {
@@ -132,13 +132,13 @@ void Device::_start(const json &cloud) {
             std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", big_endian));
     }
 
-    recorder_fd_ = bound_socket(SOCK_DGRAM | SOCK_NONBLOCK, kRecorderPath);
+    recorder_ = bound_socket(SOCK_DGRAM | SOCK_NONBLOCK, kRecorderPath);
     // For reading and writing: with a writer of its own the pipe never reports an end.
-    console_fd_ = open(kConsolePath, O_RDWR | O_CLOEXEC | O_NONBLOCK);
-    stop_fd_ = eventfd(0, EFD_CLOEXEC);
+    console_.reset(open(kConsolePath, O_RDWR | O_CLOEXEC | O_NONBLOCK));
+    stop_.reset(eventfd(0, EFD_CLOEXEC));
     collector_ = std::thread([this] {
         std::array<pollfd, 3> inputs{
-            {{stop_fd_, POLLIN, 0}, {console_fd_, POLLIN, 0}, {recorder_fd_, POLLIN, 0}}};
+            {{stop_.get(), POLLIN, 0}, {console_.get(), POLLIN, 0}, {recorder_.get(), POLLIN, 0}}};
         while (poll(inputs.data(), inputs.size(), -1) < 0 || inputs[0].revents == 0) {
             _collect();
         }
@@ -148,11 +148,11 @@ void Device::_start(const json &cloud) {
 void Device::_stop() {
     kmpd_.reset();
     broker_.reset();
-    eventfd_write(stop_fd_, 1);
+    eventfd_write(stop_.get(), 1);
     collector_.join();
     _collect();
-    for (const int fd : {stop_fd_, console_fd_, recorder_fd_}) {
-        close(fd);
+    for (Descriptor *each : {&stop_, &console_, &recorder_}) {
+        each->reset();
     }
 }
 
@@ -194,14 +194,14 @@ void Device::await_restart() {
 void Device::_collect() {
     const std::lock_guard lock(collecting_);
     std::array<char, 65536> buffer{};
-    for (ssize_t size = 0; (size = read(console_fd_, buffer.data(), buffer.size())) > 0;) {
+    for (ssize_t size = 0; (size = read(console_.get(), buffer.data(), buffer.size())) > 0;) {
         console_rest_.append(buffer.data(), static_cast<size_t>(size));
         for (size_t end = 0; (end = console_rest_.find('\n')) != std::string::npos;) {
             journal_.add("console", {{"text", console_rest_.substr(0, end)}});
             console_rest_.erase(0, end + 1);
         }
     }
-    for (ssize_t size = 0; (size = recv(recorder_fd_, buffer.data(), buffer.size(), 0)) > 0;) {
+    for (ssize_t size = 0; (size = recv(recorder_.get(), buffer.data(), buffer.size(), 0)) > 0;) {
         journal_.add("script", json::parse(buffer.data(), buffer.data() + size));
     }
 }

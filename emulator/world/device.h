@@ -11,6 +11,7 @@
 
 #include "broker.h"
 #include "cloud.h"
+#include "descriptor.h"
 #include "journal.h"
 #include "kmpd.h"
 #include "process.h"
@@ -81,9 +82,9 @@ private:
     std::unique_ptr<Cloud> cloud_;
     std::unique_ptr<Broker> broker_;
     std::unique_ptr<Kmpd> kmpd_;
-    int stop_fd_ = -1;
-    int console_fd_ = -1;
-    int recorder_fd_ = -1;
+    Descriptor stop_;
+    Descriptor console_;
+    Descriptor recorder_;
     std::mutex collecting_;
     std::string console_rest_;  // under collecting_: a line that has no end yet
     std::thread collector_;

@@ -23,9 +23,10 @@
 #include <system_error>
 #include <utility>
 
+#include "descriptor.h"
 #include "journal.h"
 #include "process.h"
-#include "wire.h"
+#include "unix_socket.h"
 
 namespace emulator {
 namespace {
@@ -57,16 +58,9 @@ void _mount(const char *source, const std::string &target, const char *type, uns
 class HostPath {
 public:
     explicit HostPath(const std::string &path) : fd_(open(path.c_str(), O_PATH | O_CLOEXEC)) {}
-    HostPath(HostPath &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    HostPath &operator=(HostPath &&) = delete;
-    ~HostPath() {
-        if (fd_ >= 0) {
-            close(fd_);
-        }
-    }
-    [[nodiscard]] bool ok() const { return fd_ >= 0; }
+    [[nodiscard]] bool ok() const { return fd_.ok(); }
     void show_at(const std::string &target) const {
-        const std::string source = "/proc/self/fd/" + std::to_string(fd_);
+        const std::string source = "/proc/self/fd/" + std::to_string(fd_.get());
         if (fs::is_directory(source)) {
             fs::create_directories(target);
         } else {
@@ -76,7 +70,7 @@ public:
     }
 
 private:
-    int fd_;
+    Descriptor fd_;
 };
 
 std::vector<std::string> _arguments() {
@@ -350,11 +344,10 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if ((namespaces & CLONE_NEWUSER) != 0) {
         const auto put = [](const char *path, const char *text, size_t size) {
-            const int fd = open(path, O_WRONLY | O_CLOEXEC);
-            if (fd < 0 || write(fd, text, size) < 0) {
+            const Descriptor fd(open(path, O_WRONLY | O_CLOEXEC));
+            if (!fd.ok() || write(fd.get(), text, size) < 0) {
                 _give_up("the user namespace cannot be set up");
             }
-            close(fd);
         };
         put("/proc/self/setgroups", "deny", 4);
         put("/proc/self/uid_map", uid_map.c_str(), uid_map.size());
@@ -410,10 +403,10 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uid_map, const st
 void _record_script(const std::vector<std::string> &words) {
     const std::vector<std::string> arguments(words.begin() + 3, words.end());
     const std::string text = dump({{"name", words[2]}, {"arguments", arguments}});
-    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const Descriptor fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     const sockaddr_un address = socket_address(kRecorderPath);
-    const auto sent =
-        sendto(fd, text.data(), text.size(), 0, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    const auto sent = sendto(fd.get(), text.data(), text.size(), 0,
+                             reinterpret_cast<const sockaddr *>(&address), sizeof address);
     std::_Exit(sent < 0 ? 1 : 0);
 }
 

@@ -35,12 +35,12 @@ std::vector<std::string> _environment(const RunOptions &options) {
 
 // Files in memory catch the output: unlike a pipe they never fill up, and a script left in the
 // background does not keep the reader waiting.
-int _memory_file(const std::string &content) {
-    const int fd = memfd_create("stdio", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, content.data(), content.size()) < 0) {
+Descriptor _memory_file(const std::string &content) {
+    Descriptor fd(memfd_create("stdio", MFD_CLOEXEC));
+    if (!fd.ok() || write(fd.get(), content.data(), content.size()) < 0) {
         throw std::system_error(errno, std::generic_category(), "memory file");
     }
-    lseek(fd, 0, SEEK_SET);
+    lseek(fd.get(), 0, SEEK_SET);
     return fd;
 }
 
@@ -63,14 +63,14 @@ std::vector<char *> exec_pointers(std::vector<std::string> &texts) {
 Process::Process(std::vector<std::string> argv, const RunOptions &options)
     : argv_(std::move(argv)), watchdog_(options.watchdog) {
     std::vector<std::string> entries = _environment(options);
-    const int input = _memory_file(options.input);
+    const Descriptor input = _memory_file(options.input);
     out_ = _memory_file({});
     err_ = _memory_file({});
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, input, 0);
-    posix_spawn_file_actions_adddup2(&actions, out_, 1);
-    posix_spawn_file_actions_adddup2(&actions, err_, 2);
+    posix_spawn_file_actions_adddup2(&actions, input.get(), 0);
+    posix_spawn_file_actions_adddup2(&actions, out_.get(), 1);
+    posix_spawn_file_actions_adddup2(&actions, err_.get(), 2);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
@@ -78,22 +78,19 @@ Process::Process(std::vector<std::string> argv, const RunOptions &options)
                                    exec_pointers(argv_).data(), exec_pointers(entries).data());
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
-    close(input);
     if (error != 0) {
-        close(out_);
-        close(err_);
         throw std::system_error(error, std::generic_category(), argv_.at(0));
     }
-    pidfd_ = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));  // close-on-exec by itself
+    pidfd_.reset(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)));  // close-on-exec by itself
 }
 
 Process::Process(Process &&other) noexcept
     : argv_(std::move(other.argv_)),
       watchdog_(other.watchdog_),
       pid_(std::exchange(other.pid_, -1)),
-      pidfd_(std::exchange(other.pidfd_, -1)),
-      out_(std::exchange(other.out_, -1)),
-      err_(std::exchange(other.err_, -1)),
+      pidfd_(std::move(other.pidfd_)),
+      out_(std::move(other.out_)),
+      err_(std::move(other.err_)),
       ended_(std::exchange(other.ended_, true)),
       run_(std::move(other.run_)) {}
 
@@ -102,24 +99,19 @@ Process::~Process() {
         ::kill(-pid_, SIGKILL);
         waitpid(pid_, nullptr, 0);
     }
-    for (const int fd : {pidfd_, out_, err_}) {
-        if (fd >= 0) {
-            close(fd);
-        }
-    }
 }
 
 bool Process::running() {
-    pollfd end{pidfd_, POLLIN, 0};
+    pollfd end{pidfd_.get(), POLLIN, 0};
     return !ended_ && poll(&end, 1, 0) == 0;
 }
 
 std::string Process::out() const {
-    return _content(out_);
+    return _content(out_.get());
 }
 
 std::string Process::err() const {
-    return _content(err_);
+    return _content(err_.get());
 }
 
 void Process::kill(int signal) {
@@ -132,7 +124,7 @@ Run Process::wait() {
     if (ended_) {
         return run_;
     }
-    pollfd end{pidfd_, POLLIN, 0};
+    pollfd end{pidfd_.get(), POLLIN, 0};
     const auto deadline = std::chrono::steady_clock::now() + watchdog_;
     int ready = 0;
     do {

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "descriptor.h"
 #include "journal.h"
 
 namespace emulator {
@@ -49,9 +50,9 @@ private:
     std::vector<std::string> argv_;
     std::chrono::milliseconds watchdog_;
     pid_t pid_ = -1;
-    int pidfd_ = -1;
-    int out_ = -1;
-    int err_ = -1;
+    Descriptor pidfd_;
+    Descriptor out_;
+    Descriptor err_;
     bool ended_ = false;
     Run run_;
 };
