@@ -1,2 +1,6 @@
-cloud_test(emulator_test NAMESPACE SOURCES ${CMAKE_CURRENT_LIST_DIR}/emulator_test.cpp)
-add_dependencies(emulator_test extender)
+set(emulator_cases broker_test.cpp cloud_test.cpp device_test.cpp document_test.cpp extender_test.cpp image_server_test.cpp
+    kmpd_test.cpp)
+list(TRANSFORM emulator_cases PREPEND ${CMAKE_CURRENT_LIST_DIR}/emulator/)
+cloud_test(emulator_test NAMESPACE SOURCES ${emulator_cases})
+target_include_directories(emulator_test PRIVATE ${CMAKE_CURRENT_LIST_DIR}/support)
+add_dependencies(emulator_test extender cloud_image cloud_store cloud_rsa)
