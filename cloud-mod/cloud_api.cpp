@@ -112,7 +112,9 @@ void _tear_down(CloudApi *api, Memory memory) {
 
 void _destroy(Memory memory) {
     CLOUD_DEBUG_IN(kDestroy, "begin destroy cloud api");
-    if (cloud_thread_is_own()) {
+    const CloudApi *const asked = cloudApi;
+    if (asked != nullptr &&
+        (cloud_thread_is_self(asked->callbackThread) || cloud_thread_is_self(asked->registerThread))) {
         CLOUD_ERROR_IN(kDestroy, "a background thread cannot destroy the api");
         return;
     }
@@ -120,7 +122,7 @@ void _destroy(Memory memory) {
         CLOUD_DEBUG_IN(kDestroy, "cloud api already destroyed");
         return;
     }
-    CloudApi *const api = cloudApi;
+    CloudApi *const api = cloudApi;  // afresh: a signal may have taken it away before the mark above
     if (api != nullptr) {
         _tear_down(api, memory);
         CLOUD_DEBUG_IN(kDestroy, "end destroy cloud api");

@@ -49,7 +49,7 @@ constexpr char kThread[] = "callback_thread";  // its helpers log in its name
 enum class Due { kNothing, kFree, kTimeout, kPoll };
 
 // Decides what the slot needs now and writes that down in it, so that the lock need not be held while
-// it is done. A slot whose time is over is freed before its callback runs: an insert may then use it.
+// it is done. A slot whose time is over is freed when its callback has run.
 [[nodiscard]] Due _due(CloudApi *api, CallbackSlot *slot, CallbackSlot *copy) {
     const LockHeld lock(&api->callbackLock);
     *copy = *slot;
@@ -58,7 +58,6 @@ enum class Due { kNothing, kFree, kTimeout, kPoll };
     }
     const int64_t now = cloud_time_ms();
     if (_outlived(*slot, now)) {
-        slot->id = 0;
         return Due::kTimeout;
     }
     if (now - slot->lastGetResTime < kPollIntervalMs) {
@@ -76,6 +75,20 @@ void _poll(CloudApi *api, int32_t id) {
     }
 }
 
+// Calls back, then frees the slot; unless an insert has given it to a later request, which may be the
+// callback's own.
+void _finish(CloudApi *api, const CallbackSlot &request, const char *answer) {
+    request.callback(request.id, answer);
+    const LockHeld lock(&api->callbackLock);
+    const std::span<CallbackSlot> slots = _slots(api);
+    const auto found = std::ranges::find_if(slots, [&request](const CallbackSlot &slot) {
+        return slot.id == request.id && slot.reqTime == request.reqTime && slot.callback == request.callback;
+    });
+    if (found != slots.end()) {
+        found->id = 0;
+    }
+}
+
 // Times out and polls what is due. Returns whether every slot is free.
 [[nodiscard]] bool _scan(CloudApi *api) {
     int32_t freeSlots = 0;
@@ -86,9 +99,9 @@ void _poll(CloudApi *api, int32_t id) {
                 ++freeSlots;
                 break;
             case Due::kTimeout:
-                copy.callback(copy.id, kTimeoutAnswer);
-                ++freeSlots;
-                break;
+                _finish(api, copy, kTimeoutAnswer);
+                break;  // counted as free in the next round, when a request of the callback's own is seen as
+                        // well
             case Due::kPoll:
                 _poll(api, copy.id);
                 break;
@@ -99,22 +112,12 @@ void _poll(CloudApi *api, int32_t id) {
     return freeSlots == api->cbMaxNum;
 }
 
-// Takes a pending request out of the pool. Returns its callback, null when there is no such request.
-// With `keep` it only looks.
-[[nodiscard]] kxcc_callback _take(CloudApi *api, int32_t id, bool keep) {
-    if (id == 0) {
-        return nullptr;  // would find a free slot
-    }
+// A pending request's slot as it stands; all zero when there is no such request.
+[[nodiscard]] CallbackSlot _pending(CloudApi *api, int32_t id) {
     const LockHeld lock(&api->callbackLock);
     const std::span<CallbackSlot> slots = _slots(api);
     const auto found = std::ranges::find(slots, id, &CallbackSlot::id);
-    if (found == slots.end()) {
-        return nullptr;
-    }
-    if (!keep) {
-        found->id = 0;
-    }
-    return found->callback;
+    return id != 0 && found != slots.end() ? *found : CallbackSlot{};
 }
 
 // Hands an answer to the callback that waits for it. Whatever cannot be delivered is dropped: its
@@ -136,8 +139,8 @@ void _deliver(CloudApi *api, const char *body) {
         return;
     }
     const char *const response = cloud_json_text(tree.get(), "response");
-    const kxcc_callback callback = _take(api, id, response == nullptr);
-    if (callback == nullptr) {
+    const CallbackSlot request = _pending(api, id);
+    if (request.callback == nullptr) {
         CLOUD_ERROR_IN(kThread, "no such request, id:%d, msg:%s", id, body);
         return;
     }
@@ -145,7 +148,7 @@ void _deliver(CloudApi *api, const char *body) {
         CLOUD_DEBUG_IN(kThread, "get response error");
         return;
     }
-    callback(id, response);
+    _finish(api, request, response);
 }
 
 void _receive(CloudApi *api) {
@@ -218,7 +221,7 @@ int32_t callback_thread_destroy(CloudApi *api) {
 
 void *callback_thread(void *argument) {
     auto *const api = static_cast<CloudApi *>(argument);
-    cloud_thread_mark_own();
+    cloud_thread_mark_self(&api->callbackThread);
     if (!callback_thread_connect_daemon(api)) {
         // Descriptor 0 when no connection was made, as in a failed start of the instance.
         close(api->threadFd.exchange(kNoDescriptor));

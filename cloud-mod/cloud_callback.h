@@ -2,9 +2,10 @@
 // each pending one on a connection of its own, hands answers to callbacks, and hands a time-out
 // answer to the callback of a request that outlived its time-out.
 //
-// A request's state is its slot: id 0 is free; pending from the insert until its answer or time-out,
-// when the slot is freed and then the callback called. Slots are read and written under callbackLock,
-// held for a few instructions only, never during a callback or a transfer.
+// A request's state is its slot: id 0 is free; pending from the insert until its callback has returned from
+// its answer or time-out. A callback may submit requests of its own. Slots are read and written under
+// callbackLock, held for a few instructions only, never during a callback or a transfer. One message is read
+// in each round of the thread: with more than about ten requests pending at once, answers come late.
 #pragma once
 
 #include <kxcc.h>

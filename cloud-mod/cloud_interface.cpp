@@ -1,9 +1,11 @@
 // The calls on the main connection: submit a request, ask for its answer, both at once, the broker's
 // status, and notifications. They are public calls, documented in kxcc.h.
 //
-// Each is one message out and one in, in the calling thread, without a lock: two threads must not
-// be in them at once. A failed exchange leaves the connection as it is; nothing is sent again.
+// Each is one message out and one in, in the calling thread. A callback may make them too, while the
+// program's thread does: the exchanges take turns. A failed exchange leaves the connection as it is; nothing
+// is sent again.
 #include <kxcc.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +25,43 @@ namespace {
 constexpr char kLogUnit[] = "cloud_interface";
 
 // The helpers log in the name of the public call that they work for, `call`.
+
+// Held for one exchange. Not the instance's own, as SIGPIPE takes that away under a call.
+constinit pthread_mutex_t l_exchangeLock = PTHREAD_MUTEX_INITIALIZER;
+
+// The turn of an exchange. The callback thread does not wait for a turn that a teardown will not give: it is
+// joined by a handler that may have interrupted the holder.
+class Turn {
+public:
+    Turn() {
+        const CloudApi *const api = cloudApi;
+        own_ = api != nullptr && cloud_thread_is_self(api->callbackThread);
+        if (!own_) {
+            held_ = pthread_mutex_lock(&l_exchangeLock) == 0;
+            return;
+        }
+        while (!held_ && api->callbackStop == 0) {
+            held_ = pthread_mutex_trylock(&l_exchangeLock) == 0;
+            if (!held_) {
+                usleep(kUsPerMs);
+            }
+        }
+    }
+    ~Turn() {
+        if (held_) {
+            pthread_mutex_unlock(&l_exchangeLock);
+        }
+    }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+    [[nodiscard]] bool held() const { return held_; }
+    /// In the callback thread, which has SIGPIPE blocked.
+    [[nodiscard]] bool own() const { return own_; }
+
+private:
+    bool own_ = false;
+    bool held_ = false;
+};
 
 using ShortBody = std::array<char, kShortBodySize>;
 
@@ -48,7 +87,9 @@ using ShortBody = std::array<char, kShortBodySize>;
 // Sends one message and receives the next, whatever its type. `level` is that of the failures' logs.
 [[nodiscard]] int32_t _exchange(const char *call, LogLevel level, int fd, Message message, const char *text,
                                 uint32_t *type, HeapText *body) {
-    const int32_t sent = cloud_ipc_send(fd, static_cast<uint32_t>(message), text);
+    const Turn turn;
+    const auto send = turn.own() ? cloud_thread_send : cloud_ipc_send;
+    const int32_t sent = turn.held() ? send(fd, static_cast<uint32_t>(message), text) : KXCC_ERROR_SEND;
     if (sent != KXCC_OK) {
         CLOUD_LOG_IN(level, call, "ipc send error");
         return sent;
@@ -107,12 +148,13 @@ using ShortBody = std::array<char, kShortBodySize>;
     return status;
 }
 
-[[nodiscard]] JsonText _envelope(const char *request, int32_t timeout, int32_t flag) {
-    const JsonTree tree(cJSON_CreateObject());
+// The request may hold a plain password.
+[[nodiscard]] SecretText _envelope(const char *request, int32_t timeout, int32_t flag) {
+    const SecretTree tree(cJSON_CreateObject());
     const bool built = cJSON_AddStringToObject(tree.get(), "request", request) != nullptr &&
                        cJSON_AddNumberToObject(tree.get(), "timeout", timeout) != nullptr &&
                        cJSON_AddNumberToObject(tree.get(), "flag", flag) != nullptr;
-    return cloud_json_print(built ? tree.get() : nullptr);
+    return cloud_json_print_secret(built ? tree.get() : nullptr);
 }
 
 // Reads the reply to a submitted request: its id, the broker's code, or the library's.
@@ -148,6 +190,10 @@ using ShortBody = std::array<char, kShortBodySize>;
         CLOUD_DEBUG_IN(call, "callback thread insert error");
         return inserted;
     }
+    if (cloud_thread_is_self(api->callbackThread)) {
+        CLOUD_DEBUG_IN(call, "callback thread create & insert success");
+        return KXCC_OK;  // a callback's own: the thread is the one that runs here
+    }
     const int32_t created = callback_thread_create(api);
     if (created != KXCC_OK) {
         CLOUD_DEBUG_IN(call, "callback thread create error");
@@ -164,7 +210,7 @@ using ShortBody = std::array<char, kShortBodySize>;
         return KXCC_ERROR_SEND;
     }
     const int32_t waited = timeout < 0 ? kDefaultTimeoutMs : timeout;
-    const JsonText envelope = _envelope(request, waited, flag);
+    const SecretText envelope = _envelope(request, waited, flag);
     if (envelope == nullptr) {
         CLOUD_DEBUG_IN(call, "create json error");
         return KXCC_ERROR_GENERAL;

@@ -244,7 +244,7 @@ int32_t register_thread_destroy(CloudApi *api) {
 
 void *register_thread(void *argument) {
     auto *const api = static_cast<CloudApi *>(argument);
-    cloud_thread_mark_own();
+    cloud_thread_mark_self(&api->registerThread);
     if (!register_thread_connect_daemon(api)) {
         CLOUD_ERROR("register thread connect daemon error");
         return reinterpret_cast<void *>(1);

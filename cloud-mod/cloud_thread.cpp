@@ -1,6 +1,7 @@
 #include "cloud_thread.h"
 
 #include <kxcc.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -11,10 +12,13 @@ namespace {
 
 // For the cloud's text, which cJSON reads by recursion: 1000 levels, the most that it accepts, take up
 // to 105 KiB. A C library's own choice (musl: 128 KiB) would leave a callback little beside that.
-constexpr size_t kStackSize = 256 * size_t{1024};
+constexpr size_t kStackSizeMin = 256 * size_t{1024};
 
-// Of the initial-exec model, since a handler asks: the first look at another one may allocate.
-[[gnu::tls_model("initial-exec")]] constinit thread_local bool l_own = false;
+// Safe in a signal handler, as is all that it takes. (A thread_local variable is not: the library may have
+// been loaded by dlopen, and then the first look at it allocates, or on musl the loading fails.)
+[[nodiscard]] int32_t _own_id() {
+    return static_cast<int32_t>(syscall(SYS_gettid));
+}
 
 void _add_signals(sigset_t *set) {
     sigemptyset(set);
@@ -28,8 +32,10 @@ void _add_signals(sigset_t *set) {
     if (pthread_attr_init(&attributes) != 0) {
         return false;
     }
-    const bool created = pthread_attr_setstacksize(&attributes, kStackSize) == 0 &&
-                         pthread_create(handle, &attributes, run, api) == 0;
+    size_t size = 0;
+    const bool enough = (pthread_attr_getstacksize(&attributes, &size) == 0 && size >= kStackSizeMin) ||
+                        pthread_attr_setstacksize(&attributes, kStackSizeMin) == 0;
+    const bool created = enough && pthread_create(handle, &attributes, run, api) == 0;
     pthread_attr_destroy(&attributes);
     return created;
 }
@@ -84,14 +90,15 @@ void cloud_thread_join(CloudThread *thread) {
     }
     thread->process = 0;
     thread->gaveUp = 0;
+    thread->id = 0;
 }
 
-void cloud_thread_mark_own() {
-    l_own = true;
+void cloud_thread_mark_self(CloudThread *thread) {
+    thread->id = _own_id();
 }
 
-bool cloud_thread_is_own() {
-    return l_own;
+bool cloud_thread_is_self(const CloudThread &thread) {
+    return thread.id == _own_id();
 }
 
 int32_t cloud_thread_send(int fd, uint32_t type, const char *text) {
@@ -100,8 +107,8 @@ int32_t cloud_thread_send(int fd, uint32_t type, const char *text) {
         sigset_t pipe;
         sigemptyset(&pipe);
         sigaddset(&pipe, SIGPIPE);
-        const timespec at_once{};
-        sigtimedwait(&pipe, nullptr, &at_once);
+        const timespec atOnce{};
+        sigtimedwait(&pipe, nullptr, &atOnce);
     }
     return result;
 }

@@ -2,7 +2,8 @@
 // always joined.
 //
 // The teardown joins them, so it can never run in one of them: SIGPIPE, SIGINT and SIGTERM are
-// blocked there, and a broken connection shows as the error of the send. Each has a stack of 256 KiB.
+// blocked there, and a broken connection shows as the error of the send. Each has the system's default stack,
+// of 256 KiB at least.
 #pragma once
 
 #include <pthread.h>
@@ -37,6 +38,7 @@ struct CloudThread {
     pthread_t handle;
     pid_t process;                ///< that started it; 0: there is none to join
     std::atomic<int32_t> gaveUp;  ///< set to 1 by the thread: it ends and counts as not running
+    std::atomic<int32_t> id;      ///< the kernel's, set by the thread; 0 until then and once it is joined
 };
 
 /// Does the thread count as running? Yes from its start until it is joined or has given up.
@@ -61,11 +63,11 @@ struct ThreadStart {
 /// Waits until the thread has ended; does nothing when there is none.
 void cloud_thread_join(CloudThread *thread);
 
-/// Marks the calling thread as the library's own: the first thing it does.
-void cloud_thread_mark_own();
+/// Notes the calling thread as this one: the first thing it does.
+void cloud_thread_mark_self(CloudThread *thread);
 
-/// Is the caller one of the library's own threads?
-[[nodiscard]] bool cloud_thread_is_own();
+/// Is the caller this thread? Safe in a signal handler.
+[[nodiscard]] bool cloud_thread_is_self(const CloudThread &thread);
 
 /// Sends a message from one of the library's own threads. A SIGPIPE that it raised and that the
 /// thread blocks is taken back, so that it does not strike later, should a callback unblock it.

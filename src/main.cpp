@@ -3,8 +3,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 #include "cloud_accountTask.h"
 #include "cloud_localMsgTask.h"
@@ -15,40 +18,53 @@
 namespace {
 
 constexpr int kLogPathRoom = 64;
+constexpr size_t kNumberRoom = 16;
+
+// Straight to the descriptor, after what the client library may have logged there. Nobody need be reading:
+// from the first text on, a lost reader is no signal any more.
+void _print(std::string_view text) {
+    static_cast<void>(signal(SIGPIPE, SIG_IGN));
+    while (!text.empty()) {
+        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return;
+        }
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+}
 
 void cloud_printUsage() {
     // Each line ends in a carriage return and a newline.
-    static constexpr std::array kUsage{
-        "Usage: \r",
-        "\t cloud_msg -h                               Print usage\r",
-        "\t cloud_msg download                         Start download firmware from cloud\r",
-        "\t cloud_msg check                            Check the firmware\r",
-        "\t cloud_msg update                           Update\r",
-        "\t cloud_msg getFwList                        Get the latest firmware info\r",
-        "\t cloud_msg online                           Check the cloud server connection\r",
-        "\t cloud_msg unbind                           Unbind owner account\r",
-        "\t cloud_msg getDevToken                      Get the token from cloud server\r",
-        "\t cloud_msg factory                          Do some cloud operation when dut do factory\r",
+    _print(
+        "Usage: \r\n"
+        "\t cloud_msg -h                               Print usage\r\n"
+        "\t cloud_msg download                         Start download firmware from cloud\r\n"
+        "\t cloud_msg check                            Check the firmware\r\n"
+        "\t cloud_msg update                           Update\r\n"
+        "\t cloud_msg getFwList                        Get the latest firmware info\r\n"
+        "\t cloud_msg online                           Check the cloud server connection\r\n"
+        "\t cloud_msg unbind                           Unbind owner account\r\n"
+        "\t cloud_msg getDevToken                      Get the token from cloud server\r\n"
+        "\t cloud_msg factory                          Do some cloud operation when dut do factory\r\n"
         "\t cloud_msg alias <alias>                    Update dut alias to cloud, alias must be base64 "
-        "encoded\r",
-        "\t cloud_msg bind <email> <pwd>               Bind owner account, pwd must be RSA encrypt\r",
+        "encoded\r\n"
+        "\t cloud_msg bind <email> <pwd>               Bind owner account, pwd must be RSA encrypt\r\n"
         "\t cloud_msg tmp_bind <email> <pwd>           Bind owner account, email and pwd must be base64 "
         "encoded, "
-        "for Corvid\r",
-        "\t cloud_msg tmp_unbind                       Unbind owner account for Corvid\r",
-        "\t cloud_msg login <email> <pwd>              Login owner account, pwd must be RSA encrypt\r",
+        "for Corvid\r\n"
+        "\t cloud_msg tmp_unbind                       Unbind owner account for Corvid\r\n"
+        "\t cloud_msg login <email> <pwd>              Login owner account, pwd must be RSA encrypt\r\n"
         "\t cloud_msg passthrough <method> <request>   Kmpd passthrough request to cloud, request must be "
         "base64 "
-        "encoded\r",
+        "encoded\r\n"
         "\t cloud_msg getLogicStatus                   Get current connection mode, 0-short connection "
         "1-long "
-        "connection\r",
-        "\t cloud_msg setLogicStatus                   Set current connection mode\r",
-        "\t cloud_msg getBindStatus                    Get device bind account or not, 0-unbind, 1-bind\r",
-    };
-    for (const char *line : kUsage) {
-        puts(line);
-    }
+        "connection\r\n"
+        "\t cloud_msg setLogicStatus                   Set current connection mode\r\n"
+        "\t cloud_msg getBindStatus                    Get device bind account or not, 0-unbind, 1-bind\r\n");
 }
 
 // A caller may have closed standard output or error: a descriptor that is opened next, the broker's socket
@@ -58,10 +74,11 @@ void _hold_output() {
         if (fcntl(fd, F_GETFD) >= 0) {
             continue;
         }
-        const int null = open("/dev/null", O_WRONLY);
-        if (null >= 0 && null != fd) {
-            dup2(null, fd);
-            close(null);
+        UniqueFd null(open("/dev/null", O_WRONLY));
+        if (null.ok() && null.get() != fd) {
+            dup2(null.get(), fd);
+        } else {
+            static_cast<void>(null.release());  // stays open in the place that was free
         }
     }
 }
@@ -138,16 +155,16 @@ const Command *_find_command(int argc, const char *word) {
 void _print_argument_error(int argc) {
     switch (argc) {
         case 2:
-            puts("Error, 2 invaild arguments! redo it");
+            _print("Error, 2 invaild arguments! redo it\n");
             return;
         case 3:
-            puts("Error, 3 invalid arguments! redo it");
+            _print("Error, 3 invalid arguments! redo it\n");
             return;
         case 4:
-            puts("Error, 4 invalid arguments! redo it");
+            _print("Error, 4 invalid arguments! redo it\n");
             return;
         default:
-            puts("invaild arguments! redo it");
+            _print("invaild arguments! redo it\n");
     }
 }
 
@@ -176,6 +193,8 @@ int main(int argc, char **argv) {
     _hold_output();
     cloud_initDebugSwitch();
     wrpMemPoolMonitor();
-    printf("%d\n", _dispatch(argc, argv));
+    std::array<char, kNumberRoom> number;
+    const int length = snprintf(number.data(), number.size(), "%d\n", _dispatch(argc, argv));
+    _print({number.data(), static_cast<size_t>(length)});
     return 0;
 }

@@ -201,12 +201,36 @@ void _tell_stack(int32_t id, const char * /*text*/) {
 }
 
 TEST_F(Callback, ReadsTheDeepestTextOnASmallStack) {
+    pthread_attr_t small;  // as musl gives it, less than the library asks for
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 131072);
+    ASSERT_EQ(pthread_setattr_default_np(&small), 0);
     const Broker broker(_numbering([](const Received & /*message*/) {
         return frame(67, R"({"id":1,"errorcode":0,"response":"a","x":)" + std::string(999, '[') +
                              std::string(999, ']') + "}");
     }));
     ASSERT_EQ(kxcc_send_request_async("{}", 60000, 1, _tell_stack), 1);
     EXPECT_EQ(l_answers.await(1), (Answers::List{{1, "small"}}));
+}
+
+void _submit_next(int32_t id, const char *text) {
+    volatile char large[512 * 1024];  // fits the system's own stacks
+    large[0] = *text;
+    large[sizeof(large) - 1] = large[0];
+    _on_answer(id, text);
+    if (l_answers.now().size() < 5) {
+        kxcc_send_request_async("{}", 60000, 1, _submit_next);
+    }
+}
+
+TEST_F(Callback, MaySubmitTheNextRequest) {
+    const Broker broker(_numbering(_answered));
+    ASSERT_EQ(kxcc_send_request_async("{}", 60000, 1, _submit_next), 1);
+    while (l_answers.now().size() < 5) {  // this thread's calls and the callback's take turns
+        ASSERT_GT(kxcc_send_request_async("{}", 60000, 1, nullptr), 0);
+    }
+    cloud_api_destroy();
+    EXPECT_EQ(l_answers.now().size(), 5U);
 }
 
 void _tear_down(int32_t id, const char *text) {

@@ -8,7 +8,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -220,17 +222,51 @@ TEST(LibraryLog, WritesWhatTheHighestSwitchAllows) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
 }
 
+// A switch is a regular file: anybody can make other things there, and the log holds whole messages.
+TEST(LibraryLog, IsNotSwitchedOnByAFolderOrALink) {
+    std::filesystem::create_directory("/tmp/log.4");
+    std::ofstream("/tmp/elsewhere") << "";
+    std::filesystem::create_symlink("/tmp/elsewhere", "/tmp/log.3");
+    testing::internal::CaptureStdout();
+    _say_both();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    for (const char *path : {"/tmp/log.4", "/tmp/log.3", "/tmp/elsewhere"}) {
+        std::filesystem::remove(path);
+    }
+}
+
+// Each line raises the signal, and none reaches the handler.
+TEST(LibraryLog, OutlivesAReaderThatLeft) {
+    static std::atomic<int> l_struck{0};
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    const int output = dup(STDOUT_FILENO);
+    const auto before = std::signal(SIGPIPE, [](int) { ++l_struck; });
+    std::ofstream("/tmp/log.4") << "";
+    dup2(ends[1], STDOUT_FILENO);
+    _say_both();
+    dup2(output, STDOUT_FILENO);
+    close(output);
+    unlink("/tmp/log.4");
+    EXPECT_EQ(l_struck, 0);
+    EXPECT_EQ(write(ends[1], "x", 1), -1);
+    EXPECT_EQ(l_struck, 1);  // not the log's: it strikes as ever
+    std::signal(SIGPIPE, before);
+    close(ends[1]);
+}
+
 TEST(LibraryLog, LooksAtAsFewSwitchFilesAsItCan) {
-    int before = access_calls();
+    int before = lstat_calls();
     CLOUD_DEBUG("off");
-    EXPECT_EQ(access_calls() - before, 1);
-    before = access_calls();
+    EXPECT_EQ(lstat_calls() - before, 1);
+    before = lstat_calls();
     CLOUD_ERROR("off");
-    EXPECT_EQ(access_calls() - before, 4);
+    EXPECT_EQ(lstat_calls() - before, 4);
     Log log(3);
-    before = access_calls();
+    before = lstat_calls();
     CLOUD_ERROR("on");
-    EXPECT_EQ(access_calls() - before, 2);
+    EXPECT_EQ(lstat_calls() - before, 2);
 }
 
 TEST(LibraryLog, WritesTheWholeLine) {

@@ -14,7 +14,7 @@ cloud_test(
   LIBS
   cloud_mod
   PkgConfig::CJSON)
-target_link_options(cloud_mod_test PRIVATE -Wl,--wrap=malloc,--wrap=calloc,--wrap=free,--wrap=access)
+target_link_options(cloud_mod_test PRIVATE -Wl,--wrap=malloc,--wrap=calloc,--wrap=free,--wrap=lstat)
 
 if(TARGET kxcc)
   string(TOUPPER "CMAKE_C_FLAGS_${CMAKE_BUILD_TYPE}" flags)

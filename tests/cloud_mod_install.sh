@@ -36,6 +36,11 @@ if grep -E 'libstdc|RPATH|RUNPATH' "$work/dynamic"; then
     fail "the library needs what it must not"
 fi
 
+# With thread-local storage of the initial-exec kind, musl refuses to dlopen() it.
+if readelf -lW "$lib/libkxcc.so" | grep -q '^ *TLS'; then
+    fail "it cannot be loaded by a running program on musl"
+fi
+
 # The header alone, strictly.
 echo '#include <kxcc.h>' | tee "$work/header.c" >"$work/header.cpp"
 cflags=$(pkg-config --cflags kxcc)

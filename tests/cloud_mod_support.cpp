@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -26,7 +27,7 @@ constexpr std::chrono::seconds kWatchdog{60};
 
 std::atomic<int> l_failing{0};
 std::atomic<int> l_living{0};
-std::atomic<int> l_access{0};
+std::atomic<int> l_lstat{0};
 thread_local bool l_forbidden = false;
 
 void _touch_heap() {
@@ -66,7 +67,7 @@ extern "C" {
 void *__real_malloc(size_t size);
 void *__real_calloc(size_t count, size_t size);
 void __real_free(void *memory);
-int __real_access(const char *path, int mode);
+int __real_lstat(const char *path, struct stat *status);
 void *__wrap_malloc(size_t size) {
     return _fails() ? nullptr : (++l_living, __real_malloc(size));
 }
@@ -78,9 +79,9 @@ void __wrap_free(void *memory) {
     l_living -= memory != nullptr ? 1 : 0;
     __real_free(memory);
 }
-int __wrap_access(const char *path, int mode) {
-    ++l_access;
-    return __real_access(path, mode);
+int __wrap_lstat(const char *path, struct stat *status) {
+    ++l_lstat;
+    return __real_lstat(path, status);
 }
 // The signal handlers tear the instance down, which is no signal-safe thing to do, and known.
 const char *__tsan_default_options() {
@@ -120,8 +121,8 @@ void with_each_allocation_failing(const std::function<void()> &work) {
     EXPECT_GT(nth, 2);
 }
 
-int access_calls() {
-    return l_access;
+int lstat_calls() {
+    return l_lstat;
 }
 
 int open_descriptors() {

@@ -108,5 +108,5 @@ void forbid_heap();
 /// `work` leaves nothing behind: the count of living allocations is compared.
 void with_each_allocation_failing(const std::function<void()> &work);
 
-/// Calls of access() by the library so far.
-int access_calls();
+/// Calls of lstat() by the library so far.
+int lstat_calls();

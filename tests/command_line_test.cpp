@@ -106,6 +106,27 @@ TEST(CommandLineRules, ClosedOutputDoesNotReachTheBroker) {
     EXPECT_EQ(file("/tmp/cloud.error"), "0\n");
 }
 
+// Whoever reads the results may leave early: the program ends as ever, and its log does not take the broker
+// away.
+TEST(CommandLineRules, AReaderThatLeftIsNoFault) {
+    const std::vector<std::string> command = emulator::cloud_msg_command();
+    if (command.size() > 1) {
+        GTEST_SKIP() << "what runs the program writes there itself";
+    }
+    Device device;
+    write_file("/tmp/cloud.debug", "");
+    write_file("/tmp/log.4", "");
+    for (const char *word : {"-h", "online", "getLogicStatus"}) {
+        const Run run = device.run(
+            {"bash", "-c", "exec 3> >(exit 0); wait $!; exec " + command.front() + " " + word + " >&3"});
+        EXPECT_EQ(run.status, 0) << word << run.err;
+        EXPECT_EQ(run.signal, 0) << word;
+        EXPECT_EQ(run.err, "") << word;
+    }
+    EXPECT_EQ(file("/tmp/cloud.error"), "0\n");
+    EXPECT_EQ(requests(device).size(), 1U);
+}
+
 // A lock says that another process works on the image: nothing is done, and the lock stays.
 TEST(CommandLineRules, FirmwareCommandsRespectTheirLocks) {
     struct Row {

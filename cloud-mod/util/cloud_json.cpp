@@ -22,6 +22,12 @@ JsonText cloud_json_print(const cJSON *tree) {
     return JsonText(tree != nullptr ? cJSON_PrintUnformatted(tree) : nullptr);
 }
 
+SecretText cloud_json_print_secret(cJSON *tree) {
+    const SignalsBlocked blocked;
+    const LockHeld lock(&l_lock);
+    return tree != nullptr ? cloud_printSecret(tree) : nullptr;
+}
+
 bool cloud_json_int(const cJSON *tree, const char *key, int32_t *value) {
     const cJSON *const item = cJSON_GetObjectItemCaseSensitive(tree, key);
     if (cJSON_IsNumber(item) == 0) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "cloud_owner.h"
+#include "cloud_secret.h"
 
 /// @param text  may be null.
 /// @return the tree; null when the text is no JSON, or without memory.
@@ -16,6 +17,9 @@
 /// @param tree  may be null.
 /// @return the text without white space; null for a null tree, or without memory.
 [[nodiscard]] JsonText cloud_json_print(const cJSON *tree);
+
+/// The same for a tree that may hold a password: no other copy of the text stays in memory.
+[[nodiscard]] SecretText cloud_json_print_secret(cJSON *tree);
 
 /// Reads a number (cut to its integer part and to 32 bits).
 /// @param tree   may be null or no object: then the key is missing.

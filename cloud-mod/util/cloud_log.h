@@ -1,7 +1,7 @@
 // The library's log: one line per message on standard output, switched at run time by the files
-// "/tmp/log.1" to "/tmp/log.4". The highest file that exists is the level: 4 writes debug and error
-// messages, 1 to 3 error messages only, no file nothing. The files are looked for afresh for every
-// message, so a running process can be switched.
+// "/tmp/log.1" to "/tmp/log.4", where they are regular files of root or the own user. The highest file that
+// exists is the level: 4 writes debug and error messages, 1 to 3 error messages only, no file nothing. The
+// files are looked for afresh for every message, so a running process can be switched.
 //
 // "2026-01-31 09:05:07.042 | debug | pid:812 | cloud_api:120 | cloud_api_init | - api init success"
 //
@@ -21,10 +21,11 @@ struct LogSite {
     int line;
 };
 
-/// Writes one line with a single call of printf, not flushed. Leaves errno as it was. Touches the heap
-/// for a message of more than 255 characters only, so that a signal handler may log.
+/// Writes one line, with one write and without the C library's lock on standard output. A SIGPIPE that it
+/// raises never reaches a handler. Leaves errno as it was. Touches the heap for a line of more than 510
+/// characters only, so that a signal handler may log.
 /// @param format    printf format of the message, without the newline; any length of the result is
-///                  written whole (cut at 255 characters only when there is no memory left).
+///                  written whole (cut there only when there is no memory left).
 void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 

@@ -96,6 +96,12 @@ void _recordDLImgInfo(double length, const char *name) {
     }
 }
 
+// @param status  of the opened target; zeros when there is none.
+void _measure_partial(const struct stat &status, const char *localPath) {
+    localFileSize = cloud_clampTo<uint32_t>(static_cast<double>(status.st_size));
+    CLOUD_LOG("current image size is: %u[%s]", localFileSize, localPath);
+}
+
 // From here on the path is the partial image's, and what it holds is the resume offset. What is measured is
 // what is then written to: a look at the name could fail, or see another file. A byte counts when the file
 // holds it: with a buffer in between, what a full disk then refuses would be counted, and the next run would
@@ -111,8 +117,7 @@ void _recordDLImgInfo(double length, const char *name) {
         CLOUD_LOG("open %s failed.", localPath);
         return nullptr;
     }
-    localFileSize = cloud_clampTo<uint32_t>(static_cast<double>(status.st_size));
-    CLOUD_LOG("current image size is: %u[%s]", localFileSize, localPath);
+    _measure_partial(status, localPath);
     if (file == nullptr) {
         return nullptr;
     }
