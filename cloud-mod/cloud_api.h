@@ -1,48 +1,7 @@
-// The library's one instance: its connection to the broker, and the state of its two background
-// threads (cloud_callback.h, cloud_register.h).
-//
-// Threads: the instance belongs to one thread of the program, which makes it, uses it and tears it
-// down. Beside each member that a background thread sees as well stands what guards it.
-// Signals: SIGPIPE tears the instance down inside the call that it interrupts. So a call works on its
-// own copy of the descriptor and looks at `cloudApi` afresh after sending or receiving.
+// The instance's beginning and end: connecting, signal handlers, teardown.
 #pragma once
 
-#include <kxcc.h>
-#include <pthread.h>
-
-#include <atomic>
-#include <cstdint>
-
-#include "cloud_log.h"
-#include "cloud_thread.h"
-
-struct CallbackSlot;
-
-struct CloudApi {
-    pthread_mutex_t apiLock;
-    int32_t status;    // stays 0
-    int32_t clientFd;  // main connection; 0 is also "none"
-
-    pthread_mutex_t callbackLock;
-    CloudThread callbackThread;
-    std::atomic<int32_t> threadFd;  // the callback thread's own connection; 0: none
-    int32_t cbMaxNum;               // fixed before a thread starts
-    CallbackSlot *cb;               // cbMaxNum slots, their content under callbackLock
-    std::atomic<int32_t> callbackStop;
-
-    pthread_mutex_t registerLock;
-    CloudThread registerThread;
-    std::atomic<int32_t> registerFd;  // the register thread's own connection; 0: none
-    std::atomic<int32_t> registered;  // 1 once the broker has consented
-    kxcc_request_handler handler;     // these two under registerLock
-    kxcc_hello_hooks hooks;
-    std::atomic<int32_t> registerStop;
-};
-
-/// The instance, null when there is none. cloud_api_init() does not set it, its callers do;
-/// cloud_api_destroy() resets it. Atomic because a signal handler changes it under a running call.
-extern constinit std::atomic<CloudApi *>
-    cloudApi;  // NOLINT(bugprone-dynamic-static-initializers): a declaration
+#include "cloud_instance.h"
 
 /// Returns `cloudApi` when it is set; else makes an instance: connects, waits for the broker's
 /// consent, installs the signal handlers and registers cloud_api_destroy() with atexit().
@@ -67,9 +26,3 @@ void cloud_api_sigint_handle(int number);
 
 /// SIGPIPE: teardown; the interrupted write fails and the program goes on.
 void cloud_api_sigpipe_handle(int number);
-
-/// Receives the broker's greeting on a new connection.
-/// @param site  whose connection it is: a failure is logged in that name.
-/// @param code  what the log calls the broker's error code there.
-/// @return whether the broker lets this connection in.
-[[nodiscard]] bool cloud_api_accept(int fd, const LogSite &site, const char *code);

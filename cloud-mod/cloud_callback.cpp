@@ -9,11 +9,13 @@
 #include <cstdio>
 #include <span>
 
-#include "cloud_api.h"
+#include "cloud_accept.h"
 #include "cloud_ipc.h"
 #include "cloud_json.h"
 #include "cloud_log.h"
 #include "cloud_owner.h"
+#include "cloud_signals.h"
+#include "cloud_time.h"
 #include "cloud_wire.h"
 
 namespace {

@@ -12,15 +12,7 @@
 
 #include <cstdint>
 
-struct CloudApi;
-
-struct CallbackSlot {
-    int32_t id;              // 0: free
-    int64_t timeout;         // ms
-    int64_t reqTime;         // cloud_time_ms() of the insert
-    int64_t lastGetResTime;  // cloud_time_ms() of the last poll, of the insert before the first
-    kxcc_callback callback;
-};
+#include "cloud_instance.h"
 
 /// Enters a request in the first slot that is free or whose request has outlived its time-out (that
 /// one's callback is then not called any more).

@@ -18,6 +18,7 @@
 #include "cloud_json.h"
 #include "cloud_log.h"
 #include "cloud_owner.h"
+#include "cloud_time.h"
 #include "cloud_wire.h"
 
 namespace {

@@ -6,12 +6,14 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "cloud_api.h"
+#include "cloud_accept.h"
 #include "cloud_hello.h"
+#include "cloud_instance.h"
 #include "cloud_ipc.h"
 #include "cloud_json.h"
 #include "cloud_log.h"
 #include "cloud_owner.h"
+#include "cloud_signals.h"
 #include "cloud_wire.h"
 
 namespace {
@@ -23,23 +25,11 @@ constexpr int kNoDescriptor = 0;
 constexpr char kThread[] = "register_thread";
 constexpr char kDispatch[] = "register_handle_dispatch";
 
-struct Hooks {
-    kxcc_request_handler handler;
-    kxcc_hello_hooks hello;
-};
-
 // A copy, so that none of them is called under the lock. Runs in the register thread; the owning
 // thread blocks signals around the lock instead.
-[[nodiscard]] Hooks _hooks(CloudApi *api) {
+[[nodiscard]] RegisterHooks _hooks(CloudApi *api) {
     const LockHeld lock(&api->registerLock);
     return {api->handler, api->hooks};
-}
-
-void _set_hooks(CloudApi *api, const Hooks &hooks) {
-    const SignalsBlocked blocked;
-    const LockHeld lock(&api->registerLock);
-    api->handler = hooks.handler;
-    api->hooks = hooks.hello;
 }
 
 [[nodiscard]] int32_t _send(int fd, Message message, const char *text) {
@@ -105,7 +95,7 @@ void _set_hooks(CloudApi *api, const Hooks &hooks) {
     return true;
 }
 
-void _greet(int fd, const Hooks &hooks) {
+void _greet(int fd, const RegisterHooks &hooks) {
     kxcc_hello_info *given = nullptr;
     if (hooks.hello.request != nullptr) {
         hooks.hello.request(&given);
@@ -126,7 +116,7 @@ void _greet(int fd, const Hooks &hooks) {
     CLOUD_DEBUG_IN(kDispatch, "ipc send helloCloud success");
 }
 
-void _take_greeting_answer(const char *body, const Hooks &hooks) {
+void _take_greeting_answer(const char *body, const RegisterHooks &hooks) {
     kxcc_hello_result result{};
     JsonTree owner;
     if (cloud_hello_result(body, &result, &owner) && hooks.hello.response != nullptr) {
@@ -142,7 +132,7 @@ void _take_greeting_answer(const char *body, const Hooks &hooks) {
     return cloud_json_print(built ? tree.get() : nullptr);
 }
 
-void _answer_cloud(int fd, const char *body, const Hooks &hooks) {
+void _answer_cloud(int fd, const char *body, const RegisterHooks &hooks) {
     const JsonTree tree = cloud_json_parse(body);
     if (tree == nullptr) {
         CLOUD_ERROR_IN(kDispatch, "parse message error");
@@ -170,47 +160,13 @@ void _answer_cloud(int fd, const char *body, const Hooks &hooks) {
     }
 }
 
-// Waits for the thread to report the broker's consent. A signal may take the instance away meanwhile.
-[[nodiscard]] bool _wait_registered(const CloudApi *api) {
-    const int64_t start = cloud_time_ms();
-    while (cloudApi == api) {
-        if (api->registered != 0) {
-            return true;
-        }
-        if (cloud_time_ms() - start >= kRegisterWaitMs) {
-            break;
-        }
-        usleep(kLoopSleepMs * kUsPerMs);
-    }
-    return false;
-}
-
 }  // namespace
 
-int32_t kxcc_register_callback_v2(kxcc_request_handler handler, const kxcc_hello_hooks *hooks) {
-    if (handler == nullptr || hooks == nullptr) {
-        CLOUD_ERROR("parameter error");
-        return KXCC_ERROR_PARAMETER;
-    }
-    CloudApi *const api = cloud_api_init();
-    cloudApi = api;
-    if (api == nullptr) {
-        CLOUD_DEBUG("cloud api init error");
-        return KXCC_ERROR_GENERAL;
-    }
-    CLOUD_DEBUG("cloud api init success");
-    _set_hooks(api, {handler, *hooks});
-    const int32_t created = register_thread_create(api);
-    if (created != KXCC_OK) {
-        CLOUD_DEBUG("register thread create error");
-        return created;
-    }
-    if (!_wait_registered(api)) {
-        CLOUD_ERROR("register callback error");
-        return KXCC_ERROR_TIMEOUT;
-    }
-    CLOUD_DEBUG("register callback success");
-    return KXCC_OK;
+void register_set_hooks(CloudApi *api, const RegisterHooks &hooks) {
+    const SignalsBlocked blocked;
+    const LockHeld lock(&api->registerLock);
+    api->handler = hooks.handler;
+    api->hooks = hooks.hello;
 }
 
 int32_t register_thread_create(CloudApi *api) {
@@ -238,7 +194,7 @@ int32_t register_thread_destroy(CloudApi *api) {
     }
     api->registered = 0;
     api->registerFd = kNoDescriptor;
-    _set_hooks(api, {});
+    register_set_hooks(api, {});
     return KXCC_OK;
 }
 
@@ -287,7 +243,7 @@ void register_handle_dispatch(int fd, uint32_t type, const char *body) {
         CLOUD_ERROR("parameter error");
         return;
     }
-    const Hooks hooks = _hooks(api);
+    const RegisterHooks hooks = _hooks(api);
     switch (static_cast<Message>(type)) {
         case Message::kHelloAsk:
             CLOUD_DEBUG("dispatch as daemon hellocloud request");

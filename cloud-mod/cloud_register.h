@@ -12,6 +12,15 @@
 
 struct CloudApi;
 
+/// What the program registered; each may be null.
+struct RegisterHooks {
+    kxcc_request_handler handler;
+    kxcc_hello_hooks hello;
+};
+
+/// Gives the instance the hooks that its thread shall call. Of the owning thread.
+void register_set_hooks(CloudApi *api, const RegisterHooks &hooks);
+
 /// Makes sure that the register thread runs. A thread that lost its broker, or never reached it,
 /// counts as running until register_thread_destroy(); one that the broker refused does not.
 /// @return 0; KXCC_ERROR_PARAMETER null instance; KXCC_ERROR_GENERAL no thread.

@@ -13,6 +13,7 @@
 #include "cloud_api.h"
 #include "cloud_ipc.h"
 #include "cloud_mod_support.h"
+#include "cloud_time.h"
 
 using testing::HasSubstr;
 

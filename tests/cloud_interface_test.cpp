@@ -8,6 +8,7 @@
 #include "cloud_ipc.h"
 #include "cloud_mod_support.h"
 #include "cloud_owner.h"
+#include "cloud_time.h"
 
 using testing::ElementsAre;
 using testing::IsSupersetOf;

@@ -17,6 +17,7 @@
 #include "cloud_log.h"
 #include "cloud_mod_support.h"
 #include "cloud_owner.h"
+#include "cloud_time.h"
 
 using testing::ElementsAre;
 using testing::MatchesRegex;

@@ -13,7 +13,9 @@ cloud_test(
   cloud_signal_test.cpp
   LIBS
   cloud_mod
+  cloud_mod_instance
   PkgConfig::CJSON)
+target_include_directories(cloud_mod_test PRIVATE ${PROJECT_SOURCE_DIR}/cloud-mod)
 target_link_options(cloud_mod_test PRIVATE -Wl,--wrap=malloc,--wrap=calloc,--wrap=free,--wrap=lstat)
 
 if(TARGET kxcc)

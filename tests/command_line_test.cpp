@@ -117,7 +117,7 @@ TEST(CommandLineRules, AReaderThatLeftIsNoFault) {
     write_file("/tmp/cloud.debug", "");
     write_file("/tmp/log.4", "");
     for (const char *word : {"-h", "online", "getLogicStatus"}) {
-        const Run run = device.run(
+        const auto run = device.run(
             {"bash", "-c", "exec 3> >(exit 0); wait $!; exec " + command.front() + " " + word + " >&3"});
         EXPECT_EQ(run.status, 0) << word << run.err;
         EXPECT_EQ(run.signal, 0) << word;

@@ -102,7 +102,8 @@ struct Written {
     mode_t mode;  // of a new file
 };
 
-const std::string kToken = R"({"error_code":0,"result":{"deviceToken":"a","expiresIn":1,"serviceUrls":{"eweb":"u"}}})";
+const std::string kToken =
+    R"({"error_code":0,"result":{"deviceToken":"a","expiresIn":1,"serviceUrls":{"eweb":"u"}}})";
 
 std::vector<Written> written_files() {
     return {{"Error", "/tmp/cloud.error", {"online"}, R"({"error_code":0})", 0644},
@@ -129,7 +130,8 @@ TEST_P(HostileTmp, NothingIsWrittenThroughWhatStandsThere) {
                 printed(device, row.command);
             }
             EXPECT_EQ(file(kVictim), kVictimText) << static_cast<int>(thing) << full;
-            for (const auto &entry : std::filesystem::directory_iterator(std::filesystem::path(row.path).parent_path())) {
+            for (const auto &entry :
+                 std::filesystem::directory_iterator(std::filesystem::path(row.path).parent_path())) {
                 EXPECT_THAT(entry.path().string(), Not(HasSubstr(std::string(row.path) + "."))) << full;
             }
         }
@@ -200,7 +202,8 @@ TEST_P(TwoWriters, LeaveAFileThatOneOfThemWrote) {
 
 INSTANTIATE_TEST_SUITE_P(
     Files, TwoWriters,
-    testing::Values(Pair{"Status", "/tmp/cloud.info", R"({"fw_status":3,"dwProgress":100})", R"({"fw_status":2})"},
+    testing::Values(Pair{"Status", "/tmp/cloud.info", R"({"fw_status":3,"dwProgress":100})",
+                         R"({"fw_status":2})"},
                     Pair{"Login", "/tmp/cloud.login", "1\n", "0\n"},
                     Pair{"Error", "/tmp/cloud.error", "-20103\n", "0\n"},
                     Pair{"Token", "/tmp/cloud.token", std::string(500, 't') + "\nu\n", "t\nu\n"},
@@ -342,8 +345,9 @@ TEST(FailingMemory, KeepsTheOlderFactoryReport) {
         EXPECT_EQ(cloud_msg_factory(), 0);
         const std::string report = file("/tmp/factory.part");
         complete += report != "older" ? 1 : 0;
-        EXPECT_THAT(report, AnyOf(std::string("older"), "{\n\t\"username\":\t\"alice\",\n\t\"password\":\t\"cipher\",\n"
-                                                        "\t\"need_unbind\":\t1\n}\n"));
+        EXPECT_THAT(report, AnyOf(std::string("older"),
+                                  "{\n\t\"username\":\t\"alice\",\n\t\"password\":\t\"cipher\",\n"
+                                  "\t\"need_unbind\":\t1\n}\n"));
     }
     EXPECT_GT(complete, 0);
     cJSON_InitHooks(nullptr);
@@ -353,12 +357,13 @@ TEST(FailingMemory, KeepsTheOlderFactoryReport) {
 TEST(Secrets, DoNotStayInTheRequestsTree) {
     const Device device;
     static int found = 0;
-    cJSON_Hooks hooks{malloc, [](void *memory) {
-                          if (memory != nullptr && memmem(memory, malloc_usable_size(memory), "Secret-1", 8) != nullptr) {
-                              ++found;
-                          }
-                          free(memory);
-                      }};
+    cJSON_Hooks hooks{
+        malloc, [](void *memory) {
+            if (memory != nullptr && memmem(memory, malloc_usable_size(memory), "Secret-1", 8) != nullptr) {
+                ++found;
+            }
+            free(memory);
+        }};
     cJSON_InitHooks(&hooks);
     const auto request = cloud_account::_format_bind_msg_req_nocrypt("YWxpY2U=", "U2VjcmV0LTE=");
     cJSON_InitHooks(nullptr);

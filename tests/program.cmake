@@ -12,4 +12,5 @@ cloud_test(
   util_test NAMESPACE
   SOURCES cloud_util_test.cpp base64_test.cpp cloud_jsonRpc_test.cpp cloud_userConfig_test.cpp
           cloud_api_wrap_test.cpp
-  LIBS cloud_front)
+  LIBS cloud_front cloud_mod_instance)
+target_include_directories(util_test PRIVATE ${PROJECT_SOURCE_DIR}/cloud-mod)

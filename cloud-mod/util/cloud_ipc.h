@@ -1,12 +1,11 @@
 // Messages over a UNIX stream socket: a header of 8 bytes (magic A1 B2, type, body length, all
-// big-endian), then the body, JSON text without its NUL. And three small helpers for time and text.
+// big-endian), then the body, JSON text without its NUL.
 //
 // No state: safe from several threads on different descriptors, never two on the same one.
 // A failure is logged here and returned as a code of kxcc.h; nothing is retried (an interrupting
 // signal fails the call too), and no descriptor is closed but by the two init functions.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 /// Connects to the socket at `path`.
@@ -36,21 +35,3 @@
 /// Waits until `fd` can be read (end of file included).
 /// @return 1; 0 not within `timeoutMs` milliseconds; -1 with errno.
 [[nodiscard]] int cloud_ipc_wait(int fd, int timeoutMs);
-
-/// Room for "2026-01-31 09:05:07.042" with its NUL.
-using TimeText = std::array<char, 24>;
-
-/// Writes the local time as "2026-01-31 09:05:07.042". Does not touch the heap.
-/// @param text  out: good only on true.
-/// @return false when there is no such time.
-[[nodiscard]] bool cloud_time_text(TimeText *text);
-
-/// Local time as "2026-01-31 09:05:07.042" (23 characters).
-/// @return heap text, the caller's to free(); null when there is no memory or no such time.
-[[nodiscard]] char *cloud_time_string();
-
-/// Wall-clock milliseconds since 1970; 0 when the clock cannot be read.
-[[nodiscard]] int64_t cloud_time_ms();
-
-/// Copy of `text` (not null) on the heap, the caller's to free(); null when there is no memory.
-[[nodiscard]] char *cloud_string_dup(const char *text);

@@ -2,7 +2,7 @@
 
 #include <pthread.h>
 
-#include "cloud_thread.h"
+#include "cloud_signals.h"
 
 namespace {
 

@@ -15,8 +15,8 @@
 #include <ctime>
 #include <string_view>
 
-#include "cloud_ipc.h"
 #include "cloud_secret.h"
+#include "cloud_time.h"
 
 namespace {
 

@@ -4,9 +4,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <ctime>
 
 #include "cloud_ipc.h"
+#include "cloud_signals.h"
 
 namespace {
 
@@ -18,13 +20,6 @@ constexpr size_t kStackSizeMin = 256 * size_t{1024};
 // been loaded by dlopen, and then the first look at it allocates, or on musl the loading fails.)
 [[nodiscard]] int32_t _own_id() {
     return static_cast<int32_t>(syscall(SYS_gettid));
-}
-
-void _add_signals(sigset_t *set) {
-    sigemptyset(set);
-    sigaddset(set, SIGPIPE);
-    sigaddset(set, SIGINT);
-    sigaddset(set, SIGTERM);
 }
 
 [[nodiscard]] bool _create(pthread_t *handle, void *(*run)(void *), CloudApi *api) {
@@ -45,16 +40,6 @@ void _add_signals(sigset_t *set) {
 }
 
 }  // namespace
-
-SignalsBlocked::SignalsBlocked() {
-    sigset_t set;
-    _add_signals(&set);
-    pthread_sigmask(SIG_BLOCK, &set, &before_);
-}
-
-SignalsBlocked::~SignalsBlocked() {
-    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-}
 
 bool cloud_thread_runs(const CloudThread &thread) {
     return _is_here(thread) && thread.gaveUp == 0;

@@ -10,26 +10,11 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstdint>
 
 #include "cloud_log.h"
 
 struct CloudApi;
-
-/// Keeps SIGPIPE, SIGINT and SIGTERM from this thread for the length of its scope. Whoever holds a
-/// lock of the instance outside the library's own threads holds one of these around it: a handler
-/// would wait for that lock for ever.
-class SignalsBlocked {
-public:
-    SignalsBlocked();
-    SignalsBlocked(const SignalsBlocked &) = delete;
-    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
-    ~SignalsBlocked();
-
-private:
-    sigset_t before_{};
-};
 
 /// A thread from its start until it is joined; all zero when there is none. Belongs to the thread
 /// that owns the instance, but for `gaveUp`. A child made by fork() gets a copy of this, but no

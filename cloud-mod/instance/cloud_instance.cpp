@@ -1,0 +1,3 @@
+#include "cloud_instance.h"
+
+constinit std::atomic<CloudApi *> cloudApi{nullptr};
