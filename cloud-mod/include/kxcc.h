@@ -9,14 +9,16 @@
  * leave the broker and end the process with status 255 (a second one at once); SIGPIPE leaves the
  * broker, and the next call but kxcc_get_response connects anew.
  *
- * Threads: all calls belong to one thread of the program. Callbacks, handlers and hooks run in
- * threads of the library and must not call it. Those threads block SIGPIPE, SIGINT and SIGTERM, and
+ * Threads: all calls belong to one thread of the program; a callback may make them too, to submit its
+ * next request (exchanges with the broker take turns). Callbacks, handlers and hooks run in threads of
+ * the library; handlers and hooks must not call it. Those threads block SIGPIPE, SIGINT and SIGTERM, and
  * the program's other threads must do so, too: a handler that runs in one of them takes the
- * connection away under a call. They have a stack of 256 KiB. A child made by fork() must not call the
+ * connection away under a call. They have the system's default stack, of 256 KiB at least. A child made by fork() must not call the
  * library; its end and its signals leave the parent's connection alone.
  *
- * Log: while one of the files "/tmp/log.1" to "/tmp/log.4" exists, the library logs on standard
- * output, with "/tmp/log.4" whole messages. */
+ * Log: while one of the files "/tmp/log.1" to "/tmp/log.4" exists, a regular file of root or the own
+ * user, the library logs on standard output, with "/tmp/log.4" whole messages. A line that nobody
+ * reads raises no signal. */
 #ifndef KXCC_H
 #define KXCC_H
 
@@ -50,7 +52,8 @@ enum kxcc_result {
  * callback thread: the cloud's answer, or {"error_code":-3002,"msg":"Request timeout"}. It is never
  * called when that thread's own connection to the broker failed, or when a later request was given
  * the place of this one, whose time-out had passed: wait for it no longer than a little over the
- * time-out. The text is the library's and goes when the callback returns. */
+ * time-out. The text is the library's and goes when the callback returns. The request counts as pending
+ * until then. Answers are taken one in 100 ms: with more than about ten requests pending they come late. */
 typedef void (*kxcc_callback)(int32_t id, const char *text);
 
 /* Submits a request in account mode and returns once the broker has accepted it.
