@@ -88,7 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
                 kSize},
         Outcome{"LengthTooShort",
                 R"([{"method":"HEAD","do":{"length":500}}])",
-                {"11 0", "11 0", "1 100", "2 100"},
+                {"11 0", "11 0", "1 200", "2 200"},
                 kSize},
         Outcome{"Redirects", R"([{"path":"/fw.bin","do":{"status":302,"location":"/elsewhere.bin"}}])", kDone,
                 kSize},
@@ -152,7 +152,7 @@ INSTANTIATE_TEST_SUITE_P(
         Earlier{"BothOfThem", 700, 400, "/tmp/fw.bin", kResumed, kResumeRequests},
         Earlier{"AFinishedOneOfAnother", kAbsent, kSize, "/tmp/old.bin", kDone, kFreshRequests},
         Earlier{"AllOfIt", kSize, kAbsent, "/tmp/fw.bin", {"11 0", "11 100", "2 100"}, kNoTransfer},
-        Earlier{"MoreThanAll", kSize, kAbsent, "/tmp/fw.bin", {"11 0", "11 100", "2 100"}, kNoTransfer, 800}),
+        Earlier{"MoreThanAll", kSize, kAbsent, "/tmp/fw.bin", {"11 0", "11 125", "2 125"}, kNoTransfer, 800}),
     row_name<Earlier>);
 
 // Addresses are text of the cloud. None of these may be fetched, run or read.
