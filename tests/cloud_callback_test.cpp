@@ -202,15 +202,18 @@ void _tell_stack(int32_t id, const char * /*text*/) {
 }
 
 TEST_F(Callback, ReadsTheDeepestTextOnASmallStack) {
-    pthread_attr_t small;  // as musl gives it, less than the library asks for
-    pthread_attr_init(&small);
-    pthread_attr_setstacksize(&small, 131072);
-    ASSERT_EQ(pthread_setattr_default_np(&small), 0);
     const Broker broker(_numbering([](const Received & /*message*/) {
         return frame(67, R"({"id":1,"errorcode":0,"response":"a","x":)" + std::string(999, '[') +
                              std::string(999, ']') + "}");
     }));
-    ASSERT_EQ(kxcc_send_request_async("{}", 60000, 1, _tell_stack), 1);
+    pthread_attr_t usual;
+    pthread_attr_t small;  // as musl gives it, less than the library asks for
+    ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 131072);
+    ASSERT_EQ(pthread_setattr_default_np(&small), 0);
+    EXPECT_EQ(kxcc_send_request_async("{}", 60000, 1, _tell_stack), 1);
+    EXPECT_EQ(pthread_setattr_default_np(&usual), 0);
     EXPECT_EQ(l_answers.await(1), (Answers::List{{1, "small"}}));
 }
 
