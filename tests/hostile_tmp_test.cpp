@@ -26,7 +26,6 @@ using emulator::ImageServer;
 using firmware::kFinished;
 using firmware::kPartial;
 using testing::AnyOf;
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;

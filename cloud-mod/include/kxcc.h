@@ -13,8 +13,8 @@
  * next request (exchanges with the broker take turns). Callbacks, handlers and hooks run in threads of
  * the library; handlers and hooks must not call it. Those threads block SIGPIPE, SIGINT and SIGTERM, and
  * the program's other threads must do so, too: a handler that runs in one of them takes the
- * connection away under a call. They have the system's default stack, of 256 KiB at least. A child made by fork() must not call the
- * library; its end and its signals leave the parent's connection alone.
+ * connection away under a call. They have the system's default stack, of 256 KiB at least. A child made by
+ * fork() must not call the library; its end and its signals leave the parent's connection alone.
  *
  * Log: while one of the files "/tmp/log.1" to "/tmp/log.4" exists, a regular file of root or the own
  * user, the library logs on standard output, with "/tmp/log.4" whole messages. A line that nobody
