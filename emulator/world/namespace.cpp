@@ -214,7 +214,7 @@ std::vector<Mount> _mounts() {
             place.replace(at, 4, 1, static_cast<char>(std::stoi(place.substr(at + 1, 3), nullptr, 8)));
         }
         Mount mount{place};
-        options = ',' + options + ',';
+        options.insert(0, 1, ',').push_back(',');
         for (const auto &[name, flag] : {std::pair{",ro,", MS_RDONLY},
                                          {",nosuid,", MS_NOSUID},
                                          {",nodev,", MS_NODEV},
