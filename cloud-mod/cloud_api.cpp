@@ -144,7 +144,7 @@ CloudApi *cloud_api_init() {
         return nullptr;
     }
     if (!_connect(api.get()) || !_prepare_pool(api.get())) {
-        close(api->clientFd);
+        close(api->clientFd);  // Contract: also descriptor 0, which stands here when nothing was connected.
         free(api->cb);
         api.reset();
         CLOUD_DEBUG("api init error");

@@ -225,8 +225,9 @@ void *callback_thread(void *argument) {
     auto *const api = static_cast<CloudApi *>(argument);
     cloud_thread_mark_self(&api->callbackThread);
     if (!callback_thread_connect_daemon(api)) {
-        // Descriptor 0 when no connection was made, as in a failed start of the instance.
-        close(api->threadFd.exchange(kNoDescriptor));
+        // As in a failed start of the instance:
+        close(api->threadFd.exchange(
+            kNoDescriptor));  // Contract: also descriptor 0, when nothing was connected.
         CLOUD_ERROR("callback thread connect daemon error");
         return reinterpret_cast<void *>(1);
     }

@@ -15,6 +15,7 @@
 #include "cloud_mod_support.h"
 #include "cloud_owner.h"
 #include "cloud_time.h"
+#include "support/await.h"
 
 using testing::HasSubstr;
 
@@ -122,9 +123,7 @@ TEST_F(Register, EndsWhenTheBrokerGoes) {
     ASSERT_EQ(kxcc_register_callback_v2(_handle, &kHooks), 0);
     broker.hang_up(1);
     CloudApi *const api = cloudApi;
-    while (api->registerFd != 0) {
-        usleep(1000);
-    }
+    ASSERT_TRUE(test::await([api] { return api->registerFd == 0; }));
     // It counts as running until the teardown.
     EXPECT_EQ(register_thread_create(api), 0);
     EXPECT_EQ(broker.connections(), 2);
