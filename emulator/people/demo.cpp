@@ -1,12 +1,15 @@
-#include "demo.h"
-
+// extender demo: a life of the device, step by step, for people to watch.
 #include <algorithm>
+#include <cstdio>
 #include <iostream>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "commands.h"
 #include "demo_step.h"
 #include "image_server.h"
+#include "setting.h"
 
 namespace emulator {
 namespace {
@@ -115,9 +118,8 @@ Steps _unbinding_steps() {
     };
 }
 
-}  // namespace
-
-int play_demo(std::FILE *sink) {
+// @return 0; 1 when a step did not end as expected (which is shown).
+int _play(std::FILE *sink) {
     std::cout << "An emulated extender. $: typed on it. -->, <--: between cloud_msg and the broker,\n"
                  "a poll that is repeated shown once.\n";
     Device device({{"rules", {{{"on", "request"}, {"method", "bindDevice"}, {"do", {{"pending", 1}}}}}}}, {},
@@ -133,6 +135,17 @@ int play_demo(std::FILE *sink) {
               << (failed == 0 ? "All as expected." : std::to_string(failed) + " steps were not as expected.")
               << '\n';
     return failed == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+void add_demo(CLI::App &app, int &status) {
+    const auto setting = std::make_shared<Setting>();
+    CLI::App *command = app.add_subcommand("demo", "Plays the life of a device, step by step.");
+    add_journal_option(*command, *setting);
+    command->callback([setting, &status] {
+        status = in_device(*setting, [](std::FILE *sink, const json &, const json &) { return _play(sink); });
+    });
 }
 
 }  // namespace emulator

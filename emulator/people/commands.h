@@ -1,0 +1,16 @@
+// The commands of extender, a source each. Each of these adds its command to the program: its options, and a
+// callback that does the work and sets the exit status.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace emulator {
+
+inline constexpr int kNoDevice = 125;  ///< Exit status for a failure of this program's own.
+
+void add_run(CLI::App &app, int &status);
+void add_shell(CLI::App &app, int &status);
+void add_demo(CLI::App &app, int &status);
+void add_progress(CLI::App &app, int &status);
+
+}  // namespace emulator

@@ -1,0 +1,19 @@
+// A command of people in front of a device: on this terminal, with its signals, until it ends or the device
+// restarts.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "device.h"
+
+namespace emulator {
+
+inline constexpr int kRestarted =
+    -1;  ///< Instead of a status: the device has restarted, the command is gone.
+
+/// Runs a command on this terminal, as a shell would, and notes it in the journal.
+/// @return its exit status (128 and more: by a signal), 127 when it cannot be started, or kRestarted.
+[[nodiscard]] int run_in_front(Device &device, std::vector<std::string> words);
+
+}  // namespace emulator

@@ -1,0 +1,27 @@
+// extender progress: a firmware command's progress, in the shell of a device.
+#include <unistd.h>
+
+#include <iostream>
+#include <stdexcept>
+
+#include "commands.h"
+#include "firmware.h"
+#include "namespace.h"
+
+namespace {
+
+int _progress() {
+    if (access(emulator::kPrivateFolder, F_OK) != 0) {
+        throw std::runtime_error("progress is typed in the shell of a device (extender shell)");
+    }
+    const emulator::ProgressBar bar(std::cout);
+    bar.await_end();
+    return 0;
+}
+
+}  // namespace
+
+void emulator::add_progress(CLI::App &app, int &status) {
+    app.add_subcommand("progress", "Shows a firmware command's progress; in the shell of a device.")
+        ->callback([&status] { status = _progress(); });
+}

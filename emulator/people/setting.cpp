@@ -1,0 +1,83 @@
+#include "setting.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+#include "document.h"
+#include "firmware.h"
+#include "image_scenario.h"
+
+namespace {
+
+constexpr size_t kImageBytes = 4000000;
+
+struct CloseFile {
+    void operator()(std::FILE *file) const { std::fclose(file); }
+};
+using File = std::unique_ptr<std::FILE, CloseFile>;
+
+// Null for no path. What standard output or error goes to as well is shared with it, to its place in it.
+File _open_journal(const std::string &path) {
+    File sink;
+    struct stat named {};
+    const bool there = stat(path.c_str(), &named) == 0;
+    for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
+        struct stat open {};
+        if (there && sink == nullptr && fstat(fd, &open) == 0 && open.st_dev == named.st_dev &&
+            open.st_ino == named.st_ino) {
+            emulator::Descriptor copy(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+            sink.reset(fdopen(copy.get(), "w"));
+            static_cast<void>(sink != nullptr ? copy.release() : -1);  // the file's now
+        }
+    }
+    if (sink == nullptr && !path.empty()) {
+        sink.reset(std::fopen(path.c_str(), "we"));
+        if (sink == nullptr) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+    }
+    return sink;
+}
+
+}  // namespace
+
+void emulator::add_journal_option(CLI::App &command, Setting &setting) {
+    command.add_option("--journal", setting.journal,
+                       "File that gets a JSON line for everything that happens (/dev/stderr, too)");
+}
+
+void emulator::add_device_options(CLI::App &command, Setting &setting) {
+    add_journal_option(command, setting);
+    command.add_option("--scenario", setting.scenario, "Faults and start values, JSON")
+        ->check(CLI::ExistingFile);
+    command.add_option("--cloud", setting.cloud, "Changes to the model of the cloud, JSON")
+        ->check(CLI::ExistingFile);
+    command.add_option("--flash", setting.device.flash, "Folder that is the flash and outlives the run")
+        ->check(CLI::ExistingDirectory);
+}
+
+int emulator::in_device(const Setting &setting,
+                        const std::function<int(std::FILE *, const json &, const json &)> &work) {
+    split_off();
+    const json scenario = read_document(setting.scenario);
+    const json cloud = read_document(setting.cloud);
+    const File sink = _open_journal(setting.journal);
+    enter_device(setting.device);
+    return work(sink.get(), scenario, cloud);
+}
+
+int emulator::with_device(const Setting &setting, const std::function<int(Device &)> &work) {
+    return in_device(setting, [&work](std::FILE *sink, const json &scenario, const json &cloud) {
+        Device device(scenario, cloud, sink);
+        const auto server = make_image_server(device.journal(), scenario.value("image", json::object()));
+        if (!cloud.contains("firmware")) {
+            offer_firmware(device, *server, kNewVersion, kImageBytes);
+        }
+        put_status_file();
+        return work(device);
+    });
+}
