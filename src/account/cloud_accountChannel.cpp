@@ -5,49 +5,17 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
 #include "cloud_account.h"
 #include "cloud_accountLog.h"
+#include "cloud_kmpdWire.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
 
 namespace {
-
-/// The daemon's datagram: fixed size, sent whole, integers in the device's byte order.
-struct Datagram {
-    uint32_t reserved0;
-    uint32_t reserved1;
-    uint32_t length;  // fixed fields and payload text
-    uint32_t kind;
-    char identifier[33];
-    char reserved2[71];
-    char payload[10240];
-};
-static_assert(sizeof(Datagram) == 10360 && offsetof(Datagram, length) == 8);
-static_assert(offsetof(Datagram, identifier) == 16 && offsetof(Datagram, reserved2) == 49);
-constexpr size_t kFixedLength = offsetof(Datagram, payload);
-static_assert(kFixedLength == 120);
-
-constexpr char kIdentifier[] = "signalbooster425425425425425425m";
-static_assert(sizeof kIdentifier == sizeof Datagram::identifier);
-
-constexpr uint32_t kOpening = 0;
-constexpr uint32_t kWithPayload = 1;
-
-struct Step {
-    uint32_t kind;
-    const char *payload;  // Base64, sent as it is
-};
-constexpr std::array kKickoffSteps{
-    Step{kOpening, ""},
-    Step{kWithPayload, "AQABAA=="},
-    Step{kWithPayload, "AQACAAEABQAACAAAAAAAAAKejGoBAQYAAAAAAA=="},
-};
 
 constexpr timeval kSendTimeout{1, 0};
 constexpr int kReplyWaitMs = 1000;
@@ -103,7 +71,7 @@ int _send_unix_request(int fd, Datagram *msg) {
         return -1;
     }
     const sockaddr_un daemon = _address(kDaemonSocketPath);
-    msg->length = static_cast<uint32_t>(kFixedLength + strnlen(msg->payload, sizeof msg->payload));
+    datagram_close(&msg->head, strnlen(msg->payload, sizeof msg->payload));
     if (sendto(fd, msg, sizeof *msg, 0, _generic(daemon), sizeof daemon) < 0) {
         MSG_LOG("Send request failed. %s", strerror(errno));
         return -1;
@@ -137,10 +105,9 @@ int _send_kickoff_msg() {
     if (fd < 0) {
         return -1;
     }
-    for (const Step &step : kKickoffSteps) {
+    for (const KickoffStep &step : kKickoffSteps) {
         memset(msg.get(), 0, sizeof *msg);
-        msg->kind = step.kind;
-        memcpy(msg->identifier, kIdentifier, sizeof kIdentifier);
+        datagram_begin(&msg->head, step.kind);
         cstr_strncpy(msg->payload, step.payload, sizeof msg->payload);
         // A daemon that is not there is no reason to stop: the next message may find it.
         static_cast<void>(_send_unix_request(fd, msg.get()));
