@@ -159,6 +159,30 @@ TEST(RsaKeyFile, IsNeverReplaced) {
     }
 }
 
+TEST(RsaKeyFile, IsNeitherReadNorWrittenThroughWhatOthersPutThere) {
+    const StateFolder state;
+    Keys keys;
+    ASSERT_EQ(librsa_get_keys(keys.key1, nullptr, nullptr), 0);
+    const std::filesystem::path kept = state.root() / "kept";
+    std::filesystem::rename(state.key(), kept);
+    const std::string content = text_of(kept);
+    for (const std::filesystem::path &place :
+         {state.key(), std::filesystem::path(state.key().string() + ".new")}) {
+        const auto refused = [&](const char *what) {
+            EXPECT_NE(librsa_get_keys(keys.key1, nullptr, nullptr), 0) << what << " at " << place;
+            EXPECT_EQ(text_of(kept), content) << what << " at " << place;
+            std::filesystem::remove(place);
+        };
+        std::filesystem::create_symlink(kept, place);
+        refused("a link");
+        std::filesystem::create_hard_link(kept, place);
+        refused("a second name");
+        ASSERT_EQ(mkfifo(place.c_str(), 0600), 0);  // nobody is at its other end: it must not wait
+        refused("a pipe");
+    }
+    EXPECT_EQ(librsa_get_keys(keys.key1, nullptr, nullptr), 0);
+}
+
 TEST(RsaTool, AnswersWrongUseWithItsUsage) {
     const StateFolder state;
     for (const char *line : {"", "encrypt", "decrypt", "public extra", "encrypt a b", "other"}) {

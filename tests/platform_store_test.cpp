@@ -238,6 +238,25 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         BadFile{"Folder", [](const StateFolder &s) { std::filesystem::create_directories(s.store()); }},
         BadFile{"BelowAFile", [](const StateFolder &s) { write_file(s.folder(), "a file"); }},
+        BadFile{"Link",
+                [](const StateFolder &s) {
+                    ASSERT_EQ(put(kSetStatus, {1, 1}), 0);
+                    std::filesystem::rename(s.store(), s.root() / "elsewhere");
+                    std::filesystem::create_symlink(s.root() / "elsewhere", s.store());
+                }},
+        BadFile{"SecondName",
+                [](const StateFolder &s) {
+                    ASSERT_EQ(put(kSetStatus, {1, 1}), 0);
+                    std::filesystem::create_hard_link(s.store(), s.root() / "elsewhere");
+                }},
+        BadFile{"Strangers",
+                [](const StateFolder &s) {
+                    ASSERT_EQ(put(kSetStatus, {1, 1}), 0);
+                    if (chown(s.store().c_str(), 65534, 65534) != 0) {
+                        std::filesystem::remove_all(s.folder());
+                        write_file(s.folder(), "only root can make a stranger's");
+                    }
+                }},
         BadFile{"Garbage", [](const StateFolder &s) { write_file(s.store(), std::string(9000, 'x')); }},
         BadFile{"PathTooLong",
                 [](const StateFolder &) { setenv("CLOUD_STORE_FILE", std::string(5000, 'p').c_str(), 1); }},

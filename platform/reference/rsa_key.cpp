@@ -117,9 +117,13 @@ bool RsaKey::toTexts(char *key1, char *key2, char *key3) {
 }
 
 RsaKey::Loaded RsaKey::load(const char *path) {
-    const UniqueFd fd(open(path, O_RDONLY | O_CLOEXEC));
+    const UniqueFd fd(open(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd.ok()) {
         return errno == ENOENT ? Loaded::kAbsent : Loaded::kBroken;
+    }
+    struct stat found {};
+    if (fstat(fd.get(), &found) != 0 || !state_isOwnFile(found)) {
+        return Loaded::kBroken;
     }
     SecretBytes<kPemRoom> pem;
     const ssize_t got = state_readAll(fd.get(), {pem.data(), pem.size() - 1});

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -122,6 +121,10 @@ bool state_makeFolderOf(const PathText &file) {
     return true;
 }
 
+bool state_isOwnFile(const struct stat &found) {
+    return S_ISREG(found.st_mode) && found.st_nlink == 1 && (found.st_uid == 0 || found.st_uid == geteuid());
+}
+
 ssize_t state_readAll(int fd, std::span<unsigned char> room) {
     size_t filled = 0;
     while (filled < room.size()) {
@@ -167,14 +170,20 @@ bool PendingFile::open(const PathText &path, Wait wait) {
         return false;
     }
     for (;;) {
-        UniqueFd fd(::open(temporary_.data(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, kFileMode));
+        constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+        UniqueFd fd(::open(temporary_.data(), kFlags, kFileMode));
         if (!fd.ok() || !_lock(fd.get(), wait)) {
             return false;
         }
-        if (_is_still_at(fd.get(), temporary_.data())) {
-            fd_ = std::move(fd);  // what a killed writer left in it goes now
-            return ftruncate(fd_.get(), 0) == 0;
+        struct stat found {};
+        if (!_is_still_at(fd.get(), temporary_.data())) {
+            continue;
         }
+        if (fstat(fd.get(), &found) != 0 || !state_isOwnFile(found)) {
+            return false;
+        }
+        fd_ = std::move(fd);  // what a killed writer left in it goes now
+        return ftruncate(fd_.get(), 0) == 0 && fchmod(fd_.get(), kFileMode) == 0;
     }
 }
 

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <limits.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cstddef>
@@ -32,6 +33,10 @@ inline constexpr char kFlashFolderVariable[] = "CLOUD_FLASH_DIR";
 /// Makes the folder of a file, and those above it, for this user only. @return false when it cannot.
 [[nodiscard]] bool state_makeFolderOf(const PathText &file);
 
+/// Whether a file may be trusted and written in place: a regular file without a second name, of root or this
+/// user. The tools run as root, and the folder that a variable names may be open to others.
+[[nodiscard]] bool state_isOwnFile(const struct stat &found);
+
 /// Reads until the room is full or the file ends. @return bytes read; -1 on a read error.
 [[nodiscard]] ssize_t state_readAll(int fd, std::span<unsigned char> room);
 
@@ -48,7 +53,8 @@ public:
     PendingFile &operator=(const PendingFile &) = delete;
     ~PendingFile();  // removes what was not committed
 
-    /// Makes the folder and the empty ".new" file (mode 0600), and locks it.
+    /// Makes the folder and the empty ".new" file (mode 0600), and locks it. False, too, when something
+    /// stands there that is no own file: it stays as it is.
     [[nodiscard]] bool open(const PathText &path, Wait wait);
     [[nodiscard]] int fd() const { return fd_.get(); }
     /// Brings the bytes to the disk and renames the file into place.

@@ -18,14 +18,14 @@ constexpr char kCreate[] =
     "CREATE TABLE object(name TEXT PRIMARY KEY, record BLOB NOT NULL) WITHOUT ROWID;"
     "PRAGMA user_version=1";
 
-// SQLite would make the file readable to everyone. It is not open here yet: closing a second descriptor
-// of an open database would drop its locks.
+// SQLite would make the file readable to everyone. What another process has just made is as good, and stays
+// closed: closing a second descriptor of a database that is open drops its locks.
 [[nodiscard]] bool _make_file(const PathText &path) {
     if (!state_makeFolderOf(path)) {
         return false;
     }
-    const UniqueFd fd(open(path.data(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    return fd.ok();
+    const UniqueFd fd(open(path.data(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    return fd.ok() || errno == EEXIST;
 }
 
 }  // namespace
@@ -36,13 +36,17 @@ StoreDb::Opened StoreDb::open(Mode mode) {
         return Opened::kFailed;
     }
     struct stat found {};
-    if (stat(path.data(), &found) != 0) {
+    if (lstat(path.data(), &found) != 0) {
         if (mode == Mode::kRead) {
             return errno == ENOENT ? Opened::kEmpty : Opened::kFailed;
         }
-        if (!_make_file(path)) {
+        if (!_make_file(path) || lstat(path.data(), &found) != 0) {
             return Opened::kFailed;
         }
+    }
+    // By its name, for the same reason: SQLite alone opens the file.
+    if (!state_isOwnFile(found)) {
+        return Opened::kFailed;
     }
     // Readers ask for writing too: a journal that a killed writer left has to be rolled back first.
     sqlite3 *raw = nullptr;
