@@ -1,5 +1,31 @@
-# Shared by the toolchain files of this folder. Before it: DEVICE_SYSROOT (what script/device made)
-# and DEVICE_TOOLS, the prefix of GCC's tools. DEVICE_FLAGS and DEVICE_LINK_FLAGS may be set, too.
+# Shared by the toolchain files of this folder, each the description of one target. script/device reads them as
+# well: one set() a line, its words without quotes.
+#   DEVICE_TRIPLET      GCC's name of the target; its tools' names begin so
+#   DEVICE_LOADER       musl's loader, in /lib
+#   DEVICE_EMULATOR     the program that runs the target's programs on this host; none where the host does
+#   DEVICE_BYTE_ORDER   big or little
+#   DEVICE_MACHINE      flags for all that is compiled for it
+#   DEVICE_COMPACT      flags for code that had better be small than fast
+#   DEVICE_COMPACT_LINK, DEVICE_LINK_FLAGS   flags for linking: where code is compact; always
+get_filename_component(DEVICE_TARGET ${CMAKE_PARENT_LIST_FILE} NAME_WE)
+string(REPLACE device-mips-sysroot device-sysroot DEVICE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/${DEVICE_TARGET}-sysroot)
+get_filename_component(DEVICE_SYSROOT ${DEVICE_SYSROOT} ABSOLUTE)
+set(DEVICE_TOOLS ${DEVICE_TRIPLET}-)
+string(REGEX MATCH "^[a-z0-9_]+" CMAKE_SYSTEM_PROCESSOR ${DEVICE_TRIPLET})
+if(DEVICE_EMULATOR)
+  set(CMAKE_CROSSCOMPILING_EMULATOR ${DEVICE_EMULATOR} -L ${DEVICE_SYSROOT})
+endif()
+set(DEVICE_ALL_LINK_FLAGS ${DEVICE_LINK_FLAGS})
+if(DEVICE_COMPACT)
+  # For a processor that lacks these instructions: OFF.
+  option(DEVICE_COMPACT_CODE "Compile to the processor's compact instructions" ON)
+  if(DEVICE_COMPACT_CODE)
+    set(DEVICE_FLAGS ${DEVICE_COMPACT})
+    list(APPEND DEVICE_ALL_LINK_FLAGS ${DEVICE_COMPACT_LINK})
+  endif()
+endif()
+list(JOIN DEVICE_ALL_LINK_FLAGS " " DEVICE_ALL_LINK_FLAGS)
+
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_C_COMPILER ${DEVICE_SYSROOT}/bin/cc)
 set(CMAKE_CXX_COMPILER ${DEVICE_SYSROOT}/bin/c++)
@@ -26,10 +52,10 @@ set(CMAKE_CXX_FLAGS_INIT "${DEVICE_FLAGS}")
 # in order. DEVICE_EXTRA_LINK: for those who link differently (bench/footprint).
 set(DEVICE_EXTRA_LINK "" CACHE STRING "More flags for linking programs")
 set(CMAKE_EXE_LINKER_FLAGS_INIT
-    "${DEVICE_LINK_FLAGS} -flto-partition=one -ffunction-sections -fdata-sections \
+    "${DEVICE_ALL_LINK_FLAGS} -flto-partition=one -ffunction-sections -fdata-sections \
 -Wl,-T,${CMAKE_CURRENT_LIST_DIR}/device_layout.ld ${DEVICE_EXTRA_LINK}")
 set(CLOUD_LINK_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/device_layout.ld)
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_LINK_FLAGS}")
+set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_ALL_LINK_FLAGS}")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
 # libcurl has TLS inside.

@@ -1,8 +1,7 @@
-# The device's libraries and settings for this host's processor: for figures at native speed.
-set(CMAKE_SYSTEM_PROCESSOR x86_64)
-set(DEVICE_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/device-native-sysroot)
-set(DEVICE_TOOLS "")
-get_filename_component(DEVICE_SYSROOT ${DEVICE_SYSROOT} ABSOLUTE)
+# The device's libraries and settings for this host's processor (x86-64): for figures at native speed.
+set(DEVICE_TRIPLET x86_64-linux-gnu)
+set(DEVICE_LOADER ld-musl-x86_64.so.1)
+set(DEVICE_BYTE_ORDER little)
 # No page boundaries between code and constants, as on MIPS.
 set(DEVICE_LINK_FLAGS -Wl,-z,noseparate-code)
 include(${CMAKE_CURRENT_LIST_DIR}/device-common.cmake)
