@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 #include "cloud_accept.h"
 #include "cloud_callback.h"
@@ -32,8 +33,13 @@ constexpr char kDestroy[] = "cloud_api_destroy";
 // 1 while a teardown runs: a signal that strikes in it must not begin another.
 constinit std::atomic<int> l_destroying{0};
 
-static_assert(std::is_trivially_destructible_v<CloudApi>);  // so free() is all it takes
-using ApiOwner = std::unique_ptr<CloudApi, Releaser<free>>;
+static_assert(std::is_trivially_destructible_v<CloudApi>);  // so its memory is all there is to give back
+
+void _release(CloudApi *api) {
+    free(api->cb);
+    free(api);
+}
+using ApiOwner = std::unique_ptr<CloudApi, Releaser<_release>>;
 
 [[nodiscard]] ApiOwner _make_zeroed() {
     void *const memory = malloc(sizeof(CloudApi));
@@ -92,20 +98,18 @@ void _tear_down(CloudApi *api, Memory memory) {
     callback_thread_destroy(api);
     register_thread_destroy(api);
     if (api->clientFd != 0) {
-        close(api->clientFd);
-        api->clientFd = 0;
+        UniqueFd(std::exchange(api->clientFd, 0)).reset();
     }
     cloudApi = nullptr;
     if (memory == Memory::kLeft) {
         return;
     }
-    free(api->cb);
+    const ApiOwner owner(api);
     if (!inherited) {  // a lock that the parent's thread held at the fork is not to be destroyed
         pthread_mutex_destroy(&api->apiLock);
         pthread_mutex_destroy(&api->callbackLock);
         pthread_mutex_destroy(&api->registerLock);
     }
-    free(api);
 }
 
 void _destroy(Memory memory) {
@@ -144,8 +148,7 @@ CloudApi *cloud_api_init() {
         return nullptr;
     }
     if (!_connect(api.get()) || !_prepare_pool(api.get())) {
-        close(api->clientFd);  // Contract: also descriptor 0, which stands here when nothing was connected.
-        free(api->cb);
+        UniqueFd(api->clientFd).reset();  // Contract: also 0, which it is when nothing was connected.
         api.reset();
         CLOUD_DEBUG("api init error");
         return nullptr;
@@ -161,15 +164,15 @@ void cloud_api_destroy() {
 
 void cloud_api_dump(CloudApi *api) {
     CLOUD_DEBUG("cloud api dump");
-    printf("---------------------------------------------------------\n");
-    printf("    status :    %d\n", api->status);
-    printf("    clientFd:   %d\n", api->clientFd);
-    printf("    threadFd:   %d\n", api->threadFd.load());
-    printf("    cbMaxNum:   %d\n", api->cbMaxNum);
+    cloud_log_text("---------------------------------------------------------");
+    cloud_log_text("    status :    %d", api->status);
+    cloud_log_text("    clientFd:   %d", api->clientFd);
+    cloud_log_text("    threadFd:   %d", api->threadFd.load());
+    cloud_log_text("    cbMaxNum:   %d", api->cbMaxNum);
     for (int i = 0; i < api->cbMaxNum; ++i) {
-        printf("        cb[%d]:   %p\n", i, static_cast<void *>(&api->cb[i]));
+        cloud_log_text("        cb[%d]:   %p", i, static_cast<void *>(&api->cb[i]));
     }
-    printf("--------------------------------------------------------\n");
+    cloud_log_text("--------------------------------------------------------");
 }
 
 void cloud_api_sigint_handle(int number) {

@@ -225,9 +225,8 @@ void *callback_thread(void *argument) {
     auto *const api = static_cast<CloudApi *>(argument);
     cloud_thread_mark_self(&api->callbackThread);
     if (!callback_thread_connect_daemon(api)) {
-        // As in a failed start of the instance:
-        close(api->threadFd.exchange(
-            kNoDescriptor));  // Contract: also descriptor 0, when nothing was connected.
+        // Contract: as in a failed start of the instance also 0, when nothing was connected.
+        UniqueFd(api->threadFd.exchange(kNoDescriptor)).reset();
         CLOUD_ERROR("callback thread connect daemon error");
         return reinterpret_cast<void *>(1);
     }
@@ -237,7 +236,7 @@ void *callback_thread(void *argument) {
         // Read before the scan: it then sees every request that was inserted before the stop.
         const bool stopping = api->callbackStop != 0;
         if (_scan(api) && stopping) {
-            close(api->threadFd.exchange(kNoDescriptor));
+            UniqueFd(api->threadFd.exchange(kNoDescriptor)).reset();
             return nullptr;
         }
         _receive(api);
@@ -262,13 +261,13 @@ bool callback_thread_connect_daemon(CloudApi *api) {
 void callback_dump(CloudApi *api) {
     constexpr char kRule[] = "--------------------------------------------------";
     CLOUD_DEBUG("callback dump");
-    printf("%s\n    id      timeout      reqTime     lastGetResTime    callback    \n", kRule);
+    cloud_log_text("%s\n    id      timeout      reqTime     lastGetResTime    callback    ", kRule);
     const SignalsBlocked blocked;
     const LockHeld lock(&api->callbackLock);
     for (const CallbackSlot &slot : _slots(api)) {
-        printf(" %5d    %14lld %14lld %14lld    %12p\n", slot.id, static_cast<long long>(slot.timeout),
-               static_cast<long long>(slot.reqTime), static_cast<long long>(slot.lastGetResTime),
-               reinterpret_cast<void *>(slot.callback));
+        cloud_log_text(" %5d    %14lld %14lld %14lld    %12p", slot.id, static_cast<long long>(slot.timeout),
+                       static_cast<long long>(slot.reqTime), static_cast<long long>(slot.lastGetResTime),
+                       reinterpret_cast<void *>(slot.callback));
     }
-    printf("%s\n", kRule);
+    cloud_log_text("%s", kRule);
 }

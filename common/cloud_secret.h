@@ -23,6 +23,12 @@ private:
     std::array<char, kSize> text_{};
 };
 
+/// A record that is wiped at the end of its scope.
+template <class Record>
+struct Wiped : Record {
+    ~Wiped() { explicit_bzero(this, sizeof *this); }
+};
+
 /// Releases a text and leaves nothing of it behind.
 struct SecretReleaser {
     void operator()(char *text) const {

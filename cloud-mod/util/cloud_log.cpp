@@ -106,3 +106,17 @@ void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ..
     _write_line({line, begun + size + 1});
     errno = saved;
 }
+
+void cloud_log_text(const char *format, ...) {
+    const int saved = errno;
+    std::array<char, kUsualLineRoom> line;
+    va_list arguments;
+    va_start(arguments, format);
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): it does not see the line above
+    const int wanted = vsnprintf(line.data(), line.size(), format, arguments);
+    va_end(arguments);
+    const size_t size = std::min(static_cast<size_t>(std::max(wanted, 0)), line.size() - 1);
+    line[size] = '\n';
+    _write_line({line.data(), size + 1});
+    errno = saved;
+}

@@ -29,6 +29,10 @@ struct LogSite {
 void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...)
     __attribute__((format(printf, 3, 4)));
 
+/// Writes a line as it is, whatever the switch files say; at most 511 characters and the newline. The rest as
+/// above.
+void cloud_log_text(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
 #define CLOUD_HERE_IN(call) (LogSite{kLogUnit, call, __LINE__})
 #define CLOUD_HERE CLOUD_HERE_IN(__func__)
 

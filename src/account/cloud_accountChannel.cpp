@@ -56,8 +56,8 @@ int _open_unix_sock() {
 }
 
 void _close_unix_sock(int fd) {
-    if (fd > 0) {
-        close(fd);
+    if (fd > 0) {  // Contract: descriptor 0 stays open.
+        UniqueFd(fd).reset();
     }
     unlink(kOwnSocketPath);
 }

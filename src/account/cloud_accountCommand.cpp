@@ -17,7 +17,6 @@
 namespace cloud_account {
 namespace {
 
-constexpr int32_t kTimeoutMs = 5000;
 constexpr uint32_t kKind = 1;
 constexpr int32_t kFailed = -1;
 constexpr size_t kNumberRoom = 16;
@@ -40,7 +39,7 @@ struct ReportedResult {
 // What every command shares.
 [[nodiscard]] int32_t _run(const char *arg1, const char *arg2, FormatRequest format, ParseResponse parse,
                            OnSuccess onSuccess) {
-    return _do_message(arg1, arg2, kTimeoutMs, cloud_wrap_send_request_sync, format, parse, onSuccess);
+    return _do_message(arg1, arg2, kAnswerWaitMs, cloud_wrap_send_request_sync, format, parse, onSuccess);
 }
 
 // Commands that need both arguments say so themselves.

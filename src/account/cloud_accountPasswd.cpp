@@ -1,6 +1,7 @@
 #include "cloud_accountPasswd.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,14 +16,13 @@
 #include "cloud_owner.h"
 #include "cloud_path.h"
 #include "cloud_replaceFile.h"
+#include "cloud_userConfig.h"
 #include "cloud_util.h"
 
 namespace cloud_account {
 namespace {
 
-constexpr size_t kUserRoom = 129;
-
-using LowerName = std::array<char, kUserRoom>;
+using LowerName = std::array<char, kUserNameRoom>;
 
 [[nodiscard]] LowerName _lower_case(const char *user) {
     LowerName name;
@@ -87,18 +87,21 @@ using LowerName = std::array<char, kUserRoom>;
 
 /// @return false when the file is there and cannot be read, or not be rewritten where it must be.
 [[nodiscard]] bool _rewrite_without(std::string_view name) {
-    const UniqueFd file = cloud_openOwn(kPasswdPath, O_RDONLY);
+    UniqueFd file = cloud_openOwn(kPasswdPath, O_RDONLY);
     if (!file.ok()) {
         return errno == ENOENT;
     }
     if (access(kPasswdPath, W_OK) != 0) {
         return false;
     }
+    // Half of what another writes in place would be kept as somebody's line.
     size_t length = 0;
-    const HeapText text = _read_file(file.get(), &length);
+    const bool locked = cloud_lockFile(file.get(), LOCK_SH);
+    const HeapText text = locked ? _read_file(file.get(), &length) : nullptr;
     if (text == nullptr) {
         return false;
     }
+    file.reset();  // and with it the lock, which would keep the writing out
     const size_t kept = _keep_others(text.get(), length, name);
     return kept == length || cloud_replaceFile(kPasswdPath, {text.get(), kept}) == kReplaced;
 }

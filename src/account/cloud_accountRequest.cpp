@@ -159,7 +159,7 @@ SecretText _format_unbind_msg_req(const char *user, const char * /*unused*/) {
     if (_get_devid(&devid) != 0) {
         return nullptr;
     }
-    AccountList stored{};
+    Wiped<AccountList> stored{};
     if (user == nullptr || *user == '\0') {
         cloud_getAccount(&stored);
         if (stored.count < 1) {

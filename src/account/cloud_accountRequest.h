@@ -12,6 +12,7 @@
 
 #include "base64.h"
 #include "cloud_secret.h"
+#include "cloud_userConfig.h"
 
 namespace cloud_account {
 
@@ -48,7 +49,7 @@ namespace cloud_account {
 }
 
 // Rooms of decoded arguments: those of the records they go to, and of a passthrough request.
-using UserName = std::array<char, 129>;
+using UserName = std::array<char, kUserNameRoom>;
 using Password = SecretBuffer<513>;
 using Alias = std::array<char, 65>;
 inline constexpr size_t kPassthroughRoom = 2100;

@@ -13,6 +13,7 @@
 #include "cloud_api_wrap.h"
 #include "cloud_path.h"
 #include "cloud_replaceFile.h"
+#include "cloud_secret.h"
 #include "cloud_userConfig.h"
 #include "cloud_util.h"
 
@@ -40,14 +41,14 @@ void _set_bound() {
 // The device keeps one account: whoever was there before goes.
 void _replace_account(const char *user, const char *password) {
     cloud_delallAccount();
-    AccountList list{};
+    Wiped<AccountList> list{};
     cstr_strncpy(list.userName, user, sizeof list.userName);
     cstr_strncpy(list.password, password, sizeof list.password);
     cloud_insertAccount(&list);
 }
 
 void _clear_account() {
-    AccountList list;
+    Wiped<AccountList> list;
     cloud_getAccount(&list);
     _remove_passwd_user(list.userName);
     DeviceStatus status{};
@@ -124,7 +125,7 @@ void _config_login_info(const char *user, const char *encPassword) {
         return;
     }
     static_cast<void>(cloud_replaceFile(kLoginPath, "1\n"));
-    AccountList stored;
+    Wiped<AccountList> stored;
     cloud_getAccount(&stored);
     const bool known = stored.count > 0 && strncasecmp(user, stored.userName, kUserNameMax) == 0;
     const bool changed = known ? _password_differs(encPassword, stored.password) : stored.userName[0] != '\0';

@@ -7,6 +7,7 @@
 #include "cloud_owner.h"
 #include "cloud_path.h"
 #include "cloud_replaceFile.h"
+#include "cloud_secret.h"
 #include "cloud_userConfig.h"
 #include "cloud_util.h"
 #include "kxcc.h"
@@ -17,7 +18,7 @@ constexpr uint8_t kMarked = 1;
 
 // An account counts only when its credential is stored: a name alone cannot be used for anything.
 [[nodiscard]] int _has_account() {
-    AccountList list;
+    Wiped<AccountList> list;
     cloud_getAccount(&list);
     return list.password[0] != '\0' ? 1 : 0;
 }
@@ -73,7 +74,7 @@ int32_t _do_factory() {
         return 0;
     }
     // Not unbound: who resets the device is told with which account the unbind is still owed.
-    AccountList list;
+    Wiped<AccountList> list;
     cloud_getAccount(&list);
     status.need_unbind = kMarked;
     _format_factory_info(&list, &status);

@@ -51,23 +51,11 @@ std::atomic<int> l_count{0};
     return written >= 0 && static_cast<size_t>(written) >= text.size();
 }
 
-// For a second at most: any reader of the file could hold the lock for ever.
-[[nodiscard]] bool _lock(int fd) {
-    for (int i = 0; i < kLockTries; ++i) {
-        if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
-            return true;
-        }
-        const timespec rest{0, kLockRestNs};
-        nanosleep(&rest, nullptr);
-    }
-    return false;
-}
-
-// On a full disk a new file gets no room, but the old one keeps its own. The lock ends with the descriptor.
+// On a full disk a new file gets no room, but the old one keeps its own.
 [[nodiscard]] bool _overwrite(const char *path, std::string_view text) {
     const UniqueFd file = cloud_openOwn(path, O_WRONLY);
     struct stat status {};
-    if (!file.ok() || !_lock(file.get()) || fstat(file.get(), &status) != 0 ||
+    if (!file.ok() || !cloud_lockFile(file.get(), LOCK_EX) || fstat(file.get(), &status) != 0 ||
         static_cast<uint64_t>(status.st_blocks) * kBlockBytes < text.size()) {
         return false;
     }
@@ -143,6 +131,17 @@ UniqueFd cloud_openSource(const char *path, int flags) {
         file.reset();
     }
     return file;
+}
+
+bool cloud_lockFile(int fd, int how) {
+    for (int i = 0; i < kLockTries; ++i) {
+        if (flock(fd, how | LOCK_NB) == 0) {
+            return true;
+        }
+        const timespec rest{0, kLockRestNs};
+        nanosleep(&rest, nullptr);
+    }
+    return false;
 }
 
 bool cloud_isSwitchedOn(const char *path) {

@@ -31,6 +31,10 @@ inline constexpr mode_t kSecretMode = 0600;
 /// The same for reading what another program provides: links are followed, but only to a regular file.
 [[nodiscard]] UniqueFd cloud_openSource(const char *path, int flags);
 
+/// Takes the lock that every writer in place holds, shared or alone (`how`: LOCK_SH, LOCK_EX), waiting for a
+/// second at most: any reader of the file could hold it for ever. It ends with the descriptor.
+[[nodiscard]] bool cloud_lockFile(int fd, int how);
+
 /// Whether a switch file is set: a regular file of root or the own user. Any user can put other things there.
 [[nodiscard]] bool cloud_isSwitchedOn(const char *path);
 

@@ -43,16 +43,19 @@ struct DeviceInfo {
 };
 static_assert(sizeof(DeviceInfo) == 66);
 
+/// Bytes of an account's name with its terminator.
+inline constexpr size_t kUserNameRoom = 129;
+
 struct LoginInfo {
     uint8_t role;  // as the cloud returned it at the last login; 0 is the owner
-    char userName[129];
+    char userName[kUserNameRoom];
 };
 static_assert(sizeof(LoginInfo) == 130);
 
 /// The account list has room for one entry, whatever `count` says: never read past it.
 struct AccountList {
     int32_t count;  // filled by the store on reads, left 0 by writers
-    char userName[129];
+    char userName[kUserNameRoom];
     char password[513];  // in the device's encrypted text form
     char reserved[2];
 };

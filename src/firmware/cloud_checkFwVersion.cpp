@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr int32_t kRequestTimeoutMs = 5000;
 constexpr uint32_t kRequestKind = 1;
 constexpr int kVersionNumbersRoom = 16;
 constexpr int32_t kNoAutoResult = -1;
@@ -170,7 +169,7 @@ HeapText _make_request() {
 
 int32_t _send_request(const char *request, HeapText *response) {
     char *text = nullptr;
-    const int32_t result = cloud_wrap_send_request_sync(request, kRequestTimeoutMs, kRequestKind, &text);
+    const int32_t result = cloud_wrap_send_request_sync(request, kAnswerWaitMs, kRequestKind, &text);
     response->reset(text);
     return result;
 }

@@ -12,7 +12,7 @@ struct CheckInfo;
 
 /// Makes the request for the firmware list.
 /// @return a heap text that the caller releases (cJSON_free); null on failure (logged).
-char *getFwListCreateJsonMsg(const CheckInfo *info);
+[[nodiscard]] char *getFwListCreateJsonMsg(const CheckInfo *info);
 
 /// Handles the answer of a check: stores what it offers and writes the outcome into the status file, which
 /// stays alone while a download runs in this process.
@@ -23,13 +23,13 @@ void checkFwVerResultHandle(int32_t result, const char *response);
 /// @param byUser  0 for an automatic check: its result is kept, so that a time-out that follows is counted
 ///                once only.
 /// @return 1 when it was sent and answered, whatever the answer; 0 otherwise.
-int checkFwVerFromCloud(int byUser);
+[[nodiscard]] int checkFwVerFromCloud(int byUser);
 
 /// The check that a user asked for, and the automatic one.
-int cloud_userCheckFwVerFromCloud();
-int cloud_autoCheckFwVerFromCloud();
+[[nodiscard]] int cloud_userCheckFwVerFromCloud();
+[[nodiscard]] int cloud_autoCheckFwVerFromCloud();
 
 /// Asks for the list and stores what it offers; the status file stays alone.
 /// @return 0 when sent and answered, whatever the answer; the negative code of a failed sending; -1 when
 ///         the request could not be made.
-int cloud_msg_getFwList();
+[[nodiscard]] int cloud_msg_getFwList();

@@ -27,4 +27,4 @@ struct CurlApi {
 };
 
 /// @return the functions, valid until the program ends; null when the library cannot be had (logged).
-const CurlApi *cloud_curl();
+[[nodiscard]] const CurlApi *cloud_curl();

@@ -18,16 +18,16 @@ extern constinit uint16_t g_fwDownloadFlag;  // NOLINT(bugprone-dynamic-static-i
 
 /// Fetches the image to kFinishedImagePath and waits a second for readers of the status.
 /// @return 1; 0 on failure (logged). The status file says how it went.
-int cloud_downloadFwByHttp(DownloadInfo *downloadInfo);
+[[nodiscard]] int cloud_downloadFwByHttp(DownloadInfo *downloadInfo);
 
 /// The same without the wait. @return 0; -1 on failure (logged).
-int downloadFwByHttpClient(DownloadInfo *downloadInfo);
+[[nodiscard]] int downloadFwByHttpClient(DownloadInfo *downloadInfo);
 
 /// Bytes of the firmware image buffer: 10 MiB and 260.
-size_t cmem_getUpdateBufSize();
+[[nodiscard]] size_t cmem_getUpdateBufSize();
 
 /// @return an image buffer, given back with cmem_updateFirmwareBufFree; null without memory.
-void *cmem_updateFirmwareBufMalloc();
+[[nodiscard]] void *cmem_updateFirmwareBufMalloc();
 
 /// Gives back an image buffer; null stops the program. @return 1.
 int cmem_updateFirmwareBufFree(void *buffer);

@@ -22,18 +22,18 @@ struct DownloadEntry {
 
 /// Makes an address the pending download. @param url  kept to 1023 characters.
 /// @return 1; 0 for null, or while another one is pending (logged).
-int cloud_storeFwMsgInDeviceTree(const char *url);
+[[nodiscard]] int cloud_storeFwMsgInDeviceTree(const char *url);
 
 /// Makes an entry the pending one (copied). @return 1; 0 for null, or while another one is pending (logged).
-int storeDownloadEntryInDeviceTree(const DownloadEntry *entry);
+[[nodiscard]] int storeDownloadEntryInDeviceTree(const DownloadEntry *entry);
 
 /// Carries out the pending download; the entry is free afterwards.
 /// @return 1 whatever the outcome, which the status file tells; 0 when none was pending (logged).
 int downloadHandler();
 
 /// Fetches an entry's resource. @return 1; 0 on failure (logged).
-int downloadFromCloud(DownloadEntry *entry);
+[[nodiscard]] int downloadFromCloud(DownloadEntry *entry);
 
 /// Clears the entry and starts a thread that runs the handler once. No command calls it.
 /// @return 1; 0 on failure (logged).
-int cloud_initPthreadDownloadHandler();
+[[nodiscard]] int cloud_initPthreadDownloadHandler();

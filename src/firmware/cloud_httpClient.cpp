@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -52,8 +53,18 @@ private:
     return cloud_clampTo<int32_t>(part * 100.0 / whole);
 }
 
+// What cannot be removed, as a mounted file cannot, is emptied.
+[[nodiscard]] bool _discard_partial() {
+    if (unlink(kPartialImagePath) == 0 || errno == ENOENT) {
+        return true;
+    }
+    const UniqueFd file = cloud_openOwn(kPartialImagePath, O_WRONLY);
+    return file.ok() && ftruncate(file.get(), 0) == 0;
+}
+
 // A partial image counts only for the image whose name was recorded with it.
-void _verifyDLImgName(const char *name) {
+// @return false when one of another image is there to stay.
+[[nodiscard]] bool _verifyDLImgName(const char *name) {
     struct stat finished {};
     if (lstat(kFinishedImagePath, &finished) == 0 && S_ISREG(finished.st_mode)) {
         CLOUD_LOG("httpUploadFile.bin exist, rename it cloud_up_img.bin");
@@ -61,16 +72,17 @@ void _verifyDLImgName(const char *name) {
     }
     const UniqueFd file = cloud_openOwn(kImageNamePath, O_RDONLY);
     if (file.get() <= 0) {  // Contract: descriptor 0 counts as none here.
-        return;
+        return true;
     }
     std::array<char, kNameRecordRoom> recorded{};
     if (read(file.get(), recorded.data(), recorded.size() - 1) < 0) {
-        return;  // an unreadable record says nothing about the image
+        return true;  // an unreadable record says nothing about the image
     }
     if (strncmp(recorded.data(), name, kLocalPathRoom) != 0) {
         CLOUD_LOG("different up-image, remove old one.");
-        unlink(kPartialImagePath);
+        return _discard_partial();
     }
+    return true;
 }
 
 // Replaced as a whole: a run killed here must not leave a record that disowns the partial image.
@@ -129,6 +141,7 @@ void _measure_partial(const struct stat &status, const char *localPath) {
 [[nodiscard]] int _set_resume_breakpoint(CURL *curl) {
     localFileSize = cloud_clampTo<uint32_t>(g_httpClientFileInfo.localFileLength);
     CLOUD_LOG("localFileSize:%lu\n", static_cast<unsigned long>(localFileSize));
+    // Contract: the text names another option.
     return setCurlNumber(curl, CURLOPT_RESUME_FROM, static_cast<long>(localFileSize),
                          "Set CURLOPT_HEADER failed: %s\n");
 }
@@ -181,7 +194,8 @@ void _measure_partial(const struct stat &status, const char *localPath) {
     CURLcode lastCode = CURLE_OK;
     const int result = _run_transfers(info, curl, &lastCode);
     if (result != 0 && lastCode == CURLE_RANGE_ERROR) {
-        unlink(path);  // a server without ranges would refuse every later run as well: those start at 0
+        static_cast<void>(_discard_partial());  // a server without ranges would refuse every later run as
+                                                // well: those start at 0
     }
     return result;
 }
@@ -246,7 +260,10 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
     }
     double length = -1.0;
     const int asked = getDownloadFileLen(curl.get(), url, &length);
-    _verifyDLImgName(localPath);
+    if (!_verifyDLImgName(localPath)) {
+        CLOUD_LOG("open %s failed.", kPartialImagePath);
+        return -1;  // and the record goes on telling the next run whose image that is
+    }
     _recordDLImgInfo(length, localPath);
     CLOUD_LOG("getDownloadFileLen filelen = %.0f\n", length);
     if (asked != 0) {

@@ -32,14 +32,14 @@ extern constinit HttpClientFileInfo
 /// @param localPath  kLocalPathRoom bytes; receives the path of the file.
 /// @return 0; -1 on failure (logged), and what has arrived stays for the next run, except when the server
 ///         refuses to resume.
-int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int mode);
+[[nodiscard]] int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int mode);
 
 /// The download proper. @param localPath  in: the image's name record; out: the path of the file; null: -1.
-int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode);
+[[nodiscard]] int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode);
 
 /// libcurl's write callback: appends to `stream`, a FILE without buffer, counts and reports.
 /// @return bytes that the file holds now; fewer than given end the transfer.
-size_t getWriteData(char *data, size_t size, size_t count, void *stream);
+[[nodiscard]] size_t getWriteData(char *data, size_t size, size_t count, void *stream);
 
 /// @param sizeOut  receives bytes, UINT32_MAX at most. @return 0; -1 when there is no such file (logged).
-int getLocalFileLen(const char *path, uint32_t *sizeOut);
+[[nodiscard]] int getLocalFileLen(const char *path, uint32_t *sizeOut);

@@ -11,7 +11,7 @@ using CurlWriter = size_t (*)(char *data, size_t size, size_t count, void *strea
 
 /// Prepares libcurl and makes a handle. @param curlOut  receives it; given back with cleanupCurlEasyHandle.
 /// @return 0; -1 on failure (logged).
-int initCurlEasyHandle(CURL **curlOut);
+[[nodiscard]] int initCurlEasyHandle(CURL **curlOut);
 
 /// Gives back a handle and what libcurl holds beside it. @return 0.
 int cleanupCurlEasyHandle(CURL *curl);
@@ -22,16 +22,16 @@ using CurlHandle = std::unique_ptr<CURL, Releaser<cleanupCurlEasyHandle>>;
 /// Sets what all transfers have in common; whatever arrives is dropped. A transfer ends when less than a
 /// byte a second arrives for 5 seconds; there is no limit on its length.
 /// @param httpMethod  must not be null, and is not used. @return 0; -1 on failure (logged).
-int setCommonOptions(const char *httpMethod, CURL *curl, const char *url);
+[[nodiscard]] int setCommonOptions(const char *httpMethod, CURL *curl, const char *url);
 
 /// Asks the server for the image's length, by a HEAD request.
 /// @param lengthOut  receives bytes; -1 when the server does not say. @return 0; -1 on failure (logged).
-int getDownloadFileLen(CURL *curl, const char *url, double *lengthOut);
+[[nodiscard]] int getDownloadFileLen(CURL *curl, const char *url, double *lengthOut);
 
 /// Turns the handle to fetching the body. @param writeFunction  receives it. @return 0; -1 (logged).
-int resumeSomeOptions(CURL *curl, CurlWriter writeFunction);
+[[nodiscard]] int resumeSomeOptions(CURL *curl, CurlWriter writeFunction);
 
 /// Sets one option. @param format  message with "%s" for libcurl's text of the failure.
 /// @return 0; -1 on failure (logged).
-int setCurlNumber(CURL *curl, CURLoption option, long value, const char *format);
-int setCurlPointer(CURL *curl, CURLoption option, const void *value, const char *format);
+[[nodiscard]] int setCurlNumber(CURL *curl, CURLoption option, long value, const char *format);
+[[nodiscard]] int setCurlPointer(CURL *curl, CURLoption option, const void *value, const char *format);

@@ -25,7 +25,6 @@ constexpr size_t kVerifyReplyBytes = 132;  // its first word is the error
 constexpr unsigned int kUpdateDelayS = 5;  // lets the web interface answer first
 
 constexpr int32_t kLinkReconnecting = 4;
-constexpr int32_t kLinkUp = 2;
 constexpr int32_t kReconnectEvent = 3;
 constexpr int kReconnectWaitS = 5;
 
@@ -162,7 +161,7 @@ int reconnCloudSrvHandler() {
         CLOUD_LOG("link is reconnecting, please wait %d s!\n", kReconnectWaitS);
         cloud_sleep(kReconnectWaitS);
     }
-    if (cloud_checkSslPath(kReconnectEvent, kReconnectWaitS) != kLinkUp) {
+    if (cloud_checkSslPath(kReconnectEvent, kReconnectWaitS) != kPathGood) {
         CLOUD_LOG("reconnect cloud server failed!\n");
         return 0;
     }

@@ -20,17 +20,17 @@ int fwUpdateMsgHander();
 int cloud_upgradeFirmware(int reserved);
 
 /// The same without the status of a refusal. @return 0 when it was refused; does not return otherwise.
-int verifyAndUpgradeFw(int reserved);
+[[nodiscard]] int verifyAndUpgradeFw(int reserved);
 
 /// The platform's part: has the store verify the image and, within a transaction, install it. Clears the
 /// stored firmware information between the two.
 /// @param reserved, imageLength  not used: the store knows the image's file.
 /// @return 0 when the upgrade was accepted, and the transaction stays open until the device restarts; 1
 ///         when the image or the upgrade was refused; the store's code when there is no transaction.
-int cloud_updateFirmware(int reserved, uint32_t imageLength);
+[[nodiscard]] int cloud_updateFirmware(int reserved, uint32_t imageLength);
 
 /// Repairs the link to the cloud. @return 1 when it is up and carries; 0 otherwise. No command calls it.
-int reconnCloudSrvHandler();
+[[nodiscard]] int reconnCloudSrvHandler();
 
 /// Handlers for messages that need no action: one answers that it is done, the other that it is not. No
 /// command calls them.

@@ -3,7 +3,10 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <utility>
+
 #include "cloud_localMsgHandler.h"
+#include "cloud_owner.h"
 #include "cloud_path.h"
 #include "cloud_util.h"
 
@@ -12,35 +15,31 @@ namespace {
 constexpr mode_t kLockMode = 0444;
 
 // The exclusive creation is the lock.
-// @return a descriptor for _file_unlock; negative when the lock is held; 0 for a null path, without a lock.
-[[nodiscard]] int _file_lock(const char *path) {
-    if (path == nullptr) {
-        return 0;
-    }
-    const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kLockMode);
-    if (fd < 0) {
+// @return an owner for _file_unlock; not ok() when the lock is held.
+[[nodiscard]] UniqueFd _file_lock(const char *path) {
+    UniqueFd lock(open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kLockMode));
+    if (!lock.ok()) {
         CLOUD_LOG("Download/upgrade image lock, please wait.");
     }
-    return fd;
+    return lock;
 }
 
-void _file_unlock(int fd, const char *path) {
-    if (fd > 0) {  // Contract: descriptor 0 stays open.
-        close(fd);
+void _file_unlock(UniqueFd lock, const char *path) {
+    if (lock.get() == 0) {
+        static_cast<void>(lock.release());  // Contract: descriptor 0 stays open.
     }
-    if (path != nullptr) {
-        unlink(path);
-    }
+    lock.reset();
+    unlink(path);
 }
 
 // @return false when the lock is held, and the handler has not run.
 [[nodiscard]] bool _run_locked(const char *path, int (*handler)()) {
-    const int fd = _file_lock(path);
-    if (fd < 0) {
+    UniqueFd lock = _file_lock(path);
+    if (!lock.ok()) {
         return false;
     }
     handler();
-    _file_unlock(fd, path);
+    _file_unlock(std::move(lock), path);
     return true;
 }
 

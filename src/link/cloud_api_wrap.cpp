@@ -21,9 +21,9 @@ constexpr int32_t kPollStepMs = 500;
 constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the request reached it
 
 // One submission without an account, polled in nominal steps: slow polls do not shorten it.
-[[nodiscard]] int32_t _poll_noaccount(int32_t id, int32_t timeout_ms, char **response_out) {
-    for (int64_t elapsed = 0; elapsed <= timeout_ms; elapsed += kPollStepMs) {
-        if (kxcc_get_response(id, response_out) == KXCC_OK) {
+[[nodiscard]] int32_t _poll_noaccount(int32_t id, int32_t timeoutMs, char **responseOut) {
+    for (int64_t elapsed = 0; elapsed <= timeoutMs; elapsed += kPollStepMs) {
+        if (kxcc_get_response(id, responseOut) == KXCC_OK) {
             return KXCC_OK;
         }
         usleep(kPollStepMs * 1000);
@@ -49,8 +49,8 @@ constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the requ
     return cloud_clampTo<int32_t>(seconds * 1000.0);
 }
 
-[[nodiscard]] bool _wait_for_link(int32_t wait_s) {
-    for (int32_t i = 0; i < wait_s; ++i) {
+[[nodiscard]] bool _wait_for_link(int32_t waitS) {
+    for (int32_t i = 0; i < waitS; ++i) {
         if (kxcc_get_link_status() == kLinkUp) {
             return true;
         }
@@ -62,31 +62,31 @@ constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the requ
 
 }  // namespace
 
-int32_t cloud_wrap_send_request_sync(const char *request, int32_t timeout_ms, uint32_t kind,
-                                     char **response_out) {
+int32_t cloud_wrap_send_request_sync(const char *request, int32_t timeoutMs, uint32_t kind,
+                                     char **responseOut) {
     if (kxcc_get_logic_status() == kAccountMode) {
-        return cloud_wrap_send_request_sync_account(request, timeout_ms, kind, response_out);
+        return cloud_wrap_send_request_sync_account(request, timeoutMs, kind, responseOut);
     }
-    return cloud_wrap_send_request_sync_noaccount(request, timeout_ms, kind, response_out);
+    return cloud_wrap_send_request_sync_noaccount(request, timeoutMs, kind, responseOut);
 }
 
-int32_t cloud_wrap_send_request_sync_account(const char *request, int32_t timeout_ms, uint32_t kind,
-                                             char **response_out) {
-    return kxcc_send_request_sync(request, timeout_ms, static_cast<int32_t>(kind), response_out);
+int32_t cloud_wrap_send_request_sync_account(const char *request, int32_t timeoutMs, uint32_t kind,
+                                             char **responseOut) {
+    return kxcc_send_request_sync(request, timeoutMs, static_cast<int32_t>(kind), responseOut);
 }
 
-int32_t cloud_wrap_send_request_sync_noaccount(const char *request, int32_t timeout_ms, uint32_t kind,
-                                               char **response_out) {
+int32_t cloud_wrap_send_request_sync_noaccount(const char *request, int32_t timeoutMs, uint32_t kind,
+                                               char **responseOut) {
     if (request == nullptr) {
         return KXCC_ERROR_GENERAL;
     }
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         const int32_t id =
-            kxcc_send_request_async_noaccount(request, timeout_ms, static_cast<int32_t>(kind), nullptr);
+            kxcc_send_request_async_noaccount(request, timeoutMs, static_cast<int32_t>(kind), nullptr);
         if (id < 0) {
             return id;
         }
-        if (_poll_noaccount(id, timeout_ms, response_out) == KXCC_OK) {
+        if (_poll_noaccount(id, timeoutMs, responseOut) == KXCC_OK) {
             return KXCC_OK;
         }
     }
@@ -97,13 +97,13 @@ int32_t cloud_wrap_set_connection_mode(int32_t mode) {
     return kxcc_notify_cloud_brd(mode == kAccountMode ? kEventAccount : kEventNoAccount);
 }
 
-int testCloudSrvConnection(int32_t timeout_s) {
+int testCloudSrvConnection(int32_t timeoutS) {
     const HeapText request = _format_link_test();
     if (request == nullptr) {
         return 0;
     }
     char *answer = nullptr;
-    const int32_t sent = cloud_wrap_send_request_sync(request.get(), _milliseconds(timeout_s), 1, &answer);
+    const int32_t sent = cloud_wrap_send_request_sync(request.get(), _milliseconds(timeoutS), 1, &answer);
     const HeapText response(answer);
     if (sent != KXCC_OK || response == nullptr) {
         return 0;
@@ -121,11 +121,9 @@ int testCloudSrvConnection(int32_t timeout_s) {
     return cloud_parseInt32(code) == kMethodUnknown ? 1 : 0;
 }
 
-int cloud_checkSslPath(int32_t event, int32_t wait_s) {
-    constexpr int kPathGood = 2;
-    constexpr int kPathBad = 1;
+int cloud_checkSslPath(int32_t event, int32_t waitS) {
     if (kxcc_get_link_status() == kLinkUp) {
-        if (testCloudSrvConnection(wait_s) == 1) {
+        if (testCloudSrvConnection(waitS) == 1) {
             CLOUD_LOG("ssl path is OK.\n");
             return kPathGood;
         }
@@ -138,5 +136,5 @@ int cloud_checkSslPath(int32_t event, int32_t wait_s) {
         CLOUD_LOG("Failed to notify cloud brd to reconnect.\n");
         return kPathBad;
     }
-    return _wait_for_link(wait_s) ? kPathGood : kPathBad;
+    return _wait_for_link(waitS) ? kPathGood : kPathBad;
 }

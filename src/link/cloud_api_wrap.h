@@ -4,35 +4,42 @@
 
 #include <cstdint>
 
+/// How long requests to the cloud wait for their answer.
+inline constexpr int32_t kAnswerWaitMs = 5000;
+
+/// Results of cloud_checkSslPath.
+inline constexpr int kPathBad = 1;
+inline constexpr int kPathGood = 2;
+
 /// Sends a request on the path that the broker's mode asks for and waits for the answer.
 /// @param request      JSON-RPC text.
-/// @param timeout_ms   milliseconds to wait for an answer (for each of the three attempts, without an
+/// @param timeoutMs   milliseconds to wait for an answer (for each of the three attempts, without an
 ///                     account).
 /// @param kind         handed to the client library as it is.
-/// @param response_out receives the answer on 0, a heap text that the caller releases with free().
+/// @param responseOut receives the answer on 0, a heap text that the caller releases with free().
 /// @return 0; -1000 for a null request; -3002 without an answer in time; a negative code of the library.
-int32_t cloud_wrap_send_request_sync(const char *request, int32_t timeout_ms, uint32_t kind,
-                                     char **response_out);
+[[nodiscard]] int32_t cloud_wrap_send_request_sync(const char *request, int32_t timeoutMs, uint32_t kind,
+                                                   char **responseOut);
 
 /// The same on the path without an account: up to three submissions, each polled every 500 ms of nominal
-/// time, timeout_ms / 500 + 1 times (not at all for a negative time-out).
-int32_t cloud_wrap_send_request_sync_noaccount(const char *request, int32_t timeout_ms, uint32_t kind,
-                                               char **response_out);
+/// time, timeoutMs / 500 + 1 times (not at all for a negative time-out).
+[[nodiscard]] int32_t cloud_wrap_send_request_sync_noaccount(const char *request, int32_t timeoutMs,
+                                                             uint32_t kind, char **responseOut);
 
 /// The same on the account path, whatever the broker's mode.
-int32_t cloud_wrap_send_request_sync_account(const char *request, int32_t timeout_ms, uint32_t kind,
-                                             char **response_out);
+[[nodiscard]] int32_t cloud_wrap_send_request_sync_account(const char *request, int32_t timeoutMs,
+                                                           uint32_t kind, char **responseOut);
 
 /// Switches the broker's connection mode: 1 account mode, anything else no account.
 /// @return what the broker answers.
 int32_t cloud_wrap_set_connection_mode(int32_t mode);
 
 /// Sends a request that no cloud serves and looks for the cloud's own refusal of it.
-/// @param timeout_s  seconds to wait for it. @return 1 when it came; 0 otherwise.
-int testCloudSrvConnection(int32_t timeout_s);
+/// @param timeoutS  seconds to wait for it. @return 1 when it came; 0 otherwise.
+[[nodiscard]] int testCloudSrvConnection(int32_t timeoutS);
 
 /// Checks the broker's link to the cloud and asks for a reconnect when it is down or does not carry.
 /// @param event   broker event that asks for the reconnect.
-/// @param wait_s  number of one-second waits for the link, and seconds for the link test.
-/// @return 2 when the link is up; 1 otherwise.
-int cloud_checkSslPath(int32_t event, int32_t wait_s);
+/// @param waitS  number of one-second waits for the link, and seconds for the link test.
+/// @return kPathGood when the link is up; kPathBad otherwise.
+[[nodiscard]] int cloud_checkSslPath(int32_t event, int32_t waitS);

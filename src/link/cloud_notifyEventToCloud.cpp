@@ -1,5 +1,6 @@
 #include "cloud_notifyEventToCloud.h"
 
+#include "cloud_api_wrap.h"
 #include "cloud_cloudErrorHandler.h"
 #include "cloud_jsonRpc.h"
 #include "cloud_number.h"
@@ -9,7 +10,6 @@
 
 namespace {
 
-constexpr int32_t kNoticeTimeoutMs = 5000;
 constexpr int32_t kNoticeKind = 1;
 
 // {"method":"notifyEvent","params":{"event":"closeConnection","attribute":{"reason":<reason>}}}
@@ -45,7 +45,7 @@ void cloud_closeConnection(int32_t reason) {
         CLOUD_LOG("closeConnection failed!\n");
         return;
     }
-    const int32_t id = kxcc_send_request_async(text, kNoticeTimeoutMs, kNoticeKind, closeConnResultHandle);
+    const int32_t id = kxcc_send_request_async(text, kAnswerWaitMs, kNoticeKind, closeConnResultHandle);
     if (id < 0) {
         CLOUD_LOG("Fail to kxcc_send_request_async, error=%d\n", id);
     }

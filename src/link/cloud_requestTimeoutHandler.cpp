@@ -43,12 +43,12 @@ void cloud_initReqTimeoutCount(int type) {
     }
 }
 
-void requestTimeoutCount(int type, int by_user) {
+void requestTimeoutCount(int type, int byUser) {
     if (type < kRequestNone || type > kRequestTypeEnd) {
         return;
     }
     int &count = l_reqTimeoutObj[static_cast<size_t>(type)].count;
-    const bool user = by_user != 0;
+    const bool user = byUser != 0;
     const int threshold = user ? kUserThreshold : kAutoThreshold;
     ++count;
     if (count < threshold) {

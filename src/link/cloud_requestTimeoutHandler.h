@@ -18,10 +18,10 @@ void cloud_handleTimeout(int type);
 /// Starts counting anew: one kind, or all of them (logged) when `type` is none of the three.
 void cloud_initReqTimeoutCount(int type);
 
-/// Counts one time-out of a kind; at the second in a row (by_user not 0) or the third (0) the broker is
+/// Counts one time-out of a kind; at the second in a row (byUser not 0) or the third (0) the broker is
 /// asked to rebuild its link. The count starts anew when the broker agrees; otherwise (logged) the next
 /// time-out asks again. A type outside RequestType does nothing.
-void requestTimeoutCount(int type, int by_user);
+void requestTimeoutCount(int type, int byUser);
 
 /// The time-outs of each kind: they log it; those of the firmware note the failure in the status file and
 /// are counted.
