@@ -4,13 +4,13 @@ cloud_test(
   cloud_mod_test
   NAMESPACE
   SOURCES
-  cloud_api_test.cpp
-  cloud_callback_test.cpp
-  cloud_interface_test.cpp
-  cloud_ipc_test.cpp
-  cloud_mod_support.cpp
-  cloud_register_test.cpp
-  cloud_signal_test.cpp
+  cloud-mod/cloud_api_test.cpp
+  cloud-mod/cloud_callback_test.cpp
+  cloud-mod/cloud_interface_test.cpp
+  cloud-mod/cloud_ipc_test.cpp
+  cloud-mod/cloud_mod_support.cpp
+  cloud-mod/cloud_register_test.cpp
+  cloud-mod/cloud_signal_test.cpp
   LIBS
   cloud_mod
   cloud_mod_instance
@@ -20,7 +20,7 @@ target_link_options(cloud_mod_test PRIVATE -Wl,--wrap=malloc,--wrap=calloc,--wra
 
 if(TARGET kxcc)
   string(TOUPPER "CMAKE_C_FLAGS_${CMAKE_BUILD_TYPE}" flags)
-  add_test(NAME kxcc.install COMMAND ${CMAKE_CURRENT_LIST_DIR}/cloud_mod_install.sh ${PROJECT_SOURCE_DIR}
+  add_test(NAME kxcc.install COMMAND ${CMAKE_CURRENT_LIST_DIR}/cloud-mod/install.sh ${PROJECT_SOURCE_DIR}
                                      ${PROJECT_BINARY_DIR})
   set_tests_properties(
     kxcc.install

@@ -2,5 +2,4 @@ set(emulator_cases broker_test.cpp cloud_test.cpp device_test.cpp document_test.
     kmpd_test.cpp)
 list(TRANSFORM emulator_cases PREPEND ${CMAKE_CURRENT_LIST_DIR}/emulator/)
 cloud_test(emulator_test NAMESPACE SOURCES ${emulator_cases})
-target_include_directories(emulator_test PRIVATE ${CMAKE_CURRENT_LIST_DIR}/support)
 add_dependencies(emulator_test extender cloud_image cloud_store cloud_rsa)

@@ -1,16 +1,16 @@
 cloud_test(
   command_line_test NAMESPACE PROGRAM
-  SOURCES command_line_test.cpp)
+  SOURCES program/command_line_test.cpp)
 cloud_test(
   bind_test NAMESPACE PROGRAM
-  SOURCES bind_test.cpp)
+  SOURCES account/bind_test.cpp)
 cloud_test(
   account_test NAMESPACE PROGRAM
-  SOURCES account_test.cpp
+  SOURCES account/account_test.cpp
   LIBS wrapper)
 cloud_test(
   util_test NAMESPACE
-  SOURCES cloud_util_test.cpp base64_test.cpp cloud_jsonRpc_test.cpp cloud_userConfig_test.cpp
-          cloud_api_wrap_test.cpp
+  SOURCES base/base64_test.cpp base/cloud_jsonRpc_test.cpp base/cloud_util_test.cpp
+          device/cloud_userConfig_test.cpp link/cloud_api_wrap_test.cpp
   LIBS cloud_front cloud_mod_instance)
 target_include_directories(util_test PRIVATE ${PROJECT_SOURCE_DIR}/cloud-mod)

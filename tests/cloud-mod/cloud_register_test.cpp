@@ -15,7 +15,7 @@
 #include "cloud_mod_support.h"
 #include "cloud_owner.h"
 #include "cloud_time.h"
-#include "support/await.h"
+#include "await.h"
 
 using testing::HasSubstr;
 

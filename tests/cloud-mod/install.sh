@@ -1,7 +1,7 @@
 #!/bin/sh
 # The client library as its users meet it: installs it, looks at what came, builds the examples with
 # pkg-config alone and with the CMake package, and runs them in the emulated device.
-# usage: cloud_mod_install.sh SOURCE BUILD; CC, CXX and CFLAGS as the build has them
+# usage: install.sh SOURCE BUILD; CC, CXX and CFLAGS as the build has them
 set -eu
 source=$1
 build=$2

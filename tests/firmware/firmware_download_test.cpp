@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "await.h"
 #include "firmware_support.h"
 
 namespace {
@@ -271,9 +272,8 @@ TEST(Download, IsNotEndedByTheSignalOfALostConnection) {
     server.set_rules(json::parse(R"([{"method":"GET","nth":1,"do":{"stall_after":300}}])"));
     offer(device, server.url("/fw.bin"));
     auto process = device.start({"cloud_msg", "download"});
-    while (file(kPartial).size() < 300) {
-        ASSERT_TRUE(process.running());
-    }
+    ASSERT_TRUE(
+        test::await([] { return std::filesystem::exists(kPartial) && file(kPartial).size() == 300; }));
     const std::string status = file("/proc/" + std::to_string(process.pid()) + "/status");
     const std::string ignored = status.substr(status.find("SigIgn:\t") + 8, 16);
     EXPECT_NE(std::stoull(ignored, nullptr, 16) & 1ULL << (SIGPIPE - 1U), 0U) << ignored;
@@ -296,12 +296,13 @@ TEST(Download, SurvivesKills) {
     for (int kills = 0; file(kFinished) == "absent"; ++kills) {
         auto process = device.start({"cloud_msg", "download"});
         const size_t enough = before + next_number(random) % 40000;
-        std::error_code absent;
-        while (kills < kKillsMax && process.running()) {
-            const auto size = std::filesystem::file_size(kPartial, absent);
-            if (!absent && size >= enough) {
-                process.kill(SIGKILL);
-            }
+        if (kills < kKillsMax) {
+            ASSERT_TRUE(test::await([&] {
+                std::error_code absent;
+                const auto size = std::filesystem::file_size(kPartial, absent);
+                return (!absent && size >= enough) || !process.running();
+            }));
+            process.kill(SIGKILL);
         }
         static_cast<void>(process.wait());
         unlink(kDownloadLock.c_str());  // as the device's back end does

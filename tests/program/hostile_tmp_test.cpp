@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "cloud_account.h"
+#include "cloud_accountPasswd.h"
 #include "cloud_accountRequest.h"
 #include "cloud_replaceFile.h"
 #include "cloud_userConfig.h"
@@ -31,6 +32,7 @@ using testing::HasSubstr;
 using testing::Not;
 
 constexpr uid_t kStranger = 1000;
+const std::string kNameRecord = "/tmp/cloud_img.name";
 const std::string kVictim = "/tmp/victim";
 const std::string kVictimText = R"({"fw_status":0,"of":"another program"})";
 
@@ -209,6 +211,28 @@ INSTANTIATE_TEST_SUITE_P(
                     Pair{"Passwd", "/tmp/passwd", "root:x\nalice:y\nbob:z\n", "root:x\nbob:z\n"}),
     row_name<Pair>);
 
+// Each goes by what it has read: half of the other's text would stay as a user's line.
+TEST(TwoUnbinds, OnAFullDiskKeepEveryOtherLineWhole) {
+    const Device device;
+    const std::string alice = "alice:" + std::string(1500, 'a') + "\n";
+    const std::string bob = "bob:" + std::string(900, 'b') + "\n";
+    const std::string rest = "root:x\ncarol:" + std::string(700, 'c') + "\n";
+    ASSERT_EQ(cloud_replaceFile("/tmp/passwd", alice + bob + rest), kReplaced);
+    const NoRoom room;
+    std::barrier<> start(2);
+    const auto remove = [&](const char *user) {
+        start.arrive_and_wait();
+        cloud_account::_remove_passwd_user(user);
+    };
+    for (int round = 0; round < 400; ++round) {
+        ASSERT_EQ(cloud_replaceFile("/tmp/passwd", alice + bob + rest), kReplaced);
+        std::thread second(remove, "bob");
+        remove("alice");
+        second.join();
+        ASSERT_THAT(file("/tmp/passwd"), AnyOf(rest, alice + rest, bob + rest)) << round;
+    }
+}
+
 // Leftovers -----------------------------------------------------------------------------------------
 
 TEST(Killed, WhatARunLeftBesideGoesWithTheNextWrite) {
@@ -238,6 +262,7 @@ TEST(Killed, WhatARunLeftBesideGoesWithTheNextWrite) {
 struct Target {
     const char *name;
     Thing thing;
+    const char *record = nullptr;  // the image that an earlier run noted
 };
 
 class HostileTarget : public testing::TestWithParam<Target> {};
@@ -252,8 +277,13 @@ TEST_P(HostileTarget, FailsTheDownloadBeforeItsTransfer) {
         GTEST_SKIP() << "needs a second user id";
     }
     place(GetParam().thing, kPartial);
+    if (GetParam().record != nullptr) {
+        write_file(kNameRecord, GetParam().record);
+    }
     EXPECT_EQ(printed(device, {"download"}), "0\n");
     expect_console(device, "open /tmp/cloud_up_img.bin failed.");
+    // What stays of another image must not become a part of this one in the next run.
+    EXPECT_EQ(file(kNameRecord), GetParam().record != nullptr ? GetParam().record : "/tmp/fw.bin");
     EXPECT_THAT(firmware::requests(device), ElementsAre("HEAD  200 0"));
     EXPECT_EQ(file(kVictim), kVictimText);
     EXPECT_EQ(file(kFinished), "absent");
@@ -264,8 +294,25 @@ TEST_P(HostileTarget, FailsTheDownloadBeforeItsTransfer) {
 INSTANTIATE_TEST_SUITE_P(Things, HostileTarget,
                          testing::Values(Target{"Link", Thing::kLink}, Target{"HardLink", Thing::kHardLink},
                                          Target{"Fifo", Thing::kFifo}, Target{"Folder", Thing::kFolder},
-                                         Target{"Strangers", Thing::kStrangersFile}),
+                                         Target{"Strangers", Thing::kStrangersFile},
+                                         Target{"FolderAfterAnother", Thing::kFolder, "/tmp/old.bin"}),
                          row_name<Target>);
+
+// A mounted file cannot be removed.
+TEST(MountedTarget, LosesWhatItHeldOfAnotherImage) {
+    Device device;
+    ImageServer server(device.journal());
+    server.put("/fw.bin", firmware::pattern(5000));
+    firmware::offer(device, server.url("/fw.bin"));
+    write_file(kNameRecord, "/tmp/old.bin");
+    write_file("/tmp/mounted", std::string(400, 'o'));
+    write_file(kPartial, "");
+    ASSERT_EQ(mount("/tmp/mounted", kPartial.c_str(), nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(printed(device, {"download"}), "0\n");
+    EXPECT_EQ(umount(kPartial.c_str()), 0);
+    EXPECT_THAT(firmware::requests(device), ElementsAre("HEAD  200 0", "GET  200 5000"));
+    EXPECT_EQ(file("/tmp/mounted"), firmware::pattern(5000));
+}
 
 TEST(HostileRecord, AFolderInItsPlaceDoesNotOpen) {
     Device device;
@@ -276,7 +323,7 @@ TEST(HostileRecord, AFolderInItsPlaceDoesNotOpen) {
     std::filesystem::create_directory("/tmp/cloud_img.size");
     EXPECT_EQ(printed(device, {"download"}), "0\n");
     expect_console(device, "open /tmp/cloud_img.size failed.");
-    EXPECT_EQ(file("/tmp/cloud_img.name"), "absent");
+    EXPECT_EQ(file(kNameRecord), "absent");
     EXPECT_EQ(file(kFinished), firmware::pattern(5000));
 }
 
@@ -301,7 +348,7 @@ TEST(HostileServer, APercentageMayPassAHundred) {
     server.put("/fw.bin", firmware::pattern(5000));
     firmware::offer(device, server.url("/fw.bin"));
     firmware::put_status_file();
-    write_file("/tmp/cloud_img.name", "/tmp/fw.bin");
+    write_file(kNameRecord, "/tmp/fw.bin");
     write_file(kPartial, firmware::pattern(15000));
     EXPECT_EQ(printed(device, {"download"}), "0\n");
     EXPECT_THAT(file(firmware::kStatusFile), HasSubstr("\"dwProgress\":\t300"));
