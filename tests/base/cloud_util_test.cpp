@@ -24,7 +24,7 @@ TEST(CloudUtilLog, WritesPrefixMessageAndEmptyLines) {
     const std::string text = console(device);
     const std::string prefix = std::string("[") + __DATE__ + "-";
     EXPECT_EQ(text.substr(0, prefix.size()), prefix);
-    EXPECT_NE(text.find("][tests/cloud_util_test.cpp:TestBody:" + line +
+    EXPECT_NE(text.find("][tests/base/cloud_util_test.cpp:TestBody:" + line +
                         "] \nToken x not \"found\" $(id) \\n!\n\n\n\n\nend\n"),
               std::string::npos)
         << text;

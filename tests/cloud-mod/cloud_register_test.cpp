@@ -10,12 +10,12 @@
 #include <cstring>
 #include <mutex>
 
+#include "await.h"
 #include "cloud_api.h"
 #include "cloud_ipc.h"
 #include "cloud_mod_support.h"
 #include "cloud_owner.h"
 #include "cloud_time.h"
-#include "await.h"
 
 using testing::HasSubstr;
 
