@@ -24,14 +24,16 @@ constexpr mode_t kModeBits = 0777;     // a set-user-id bit is not handed on
 constexpr size_t kPathRoom = 300;      // with process id and count
 constexpr uint64_t kBlockBytes = 512;  // unit of st_blocks
 constexpr int kLockTries = 100;
+constexpr int kFillMax = 16;  // 8 KiB
 constexpr long kLockRestNs = 10'000'000;
 
-// Blanks for the rest of a longer old content, which are cut off only afterwards: a reader in between finds
-// text and blanks, not the end of the old text.
-constexpr auto kBlanks = [] {
-    std::array<char, 512> blanks{};
-    blanks.fill(' ');
-    return blanks;
+// Line ends for the rest of a longer old content, which are cut off only afterwards: a reader in between, and
+// whoever comes after a run that was killed there, finds the text and empty lines, not the end of the old
+// text.
+constexpr auto kEmptyLines = [] {
+    std::array<char, 512> ends{};
+    ends.fill('\n');
+    return ends;
 }();
 
 // Makes the names of two threads differ.
@@ -41,12 +43,18 @@ std::atomic<int> l_count{0};
     return S_ISREG(status.st_mode) && (status.st_uid == 0 || status.st_uid == geteuid());
 }
 
-[[nodiscard]] bool _write_whole(int fd, std::string_view text, size_t blanks = 0) {
-    const std::array parts{iovec{const_cast<char *>(text.data()), text.size()},
-                           iovec{const_cast<char *>(kBlanks.data()), std::min(blanks, kBlanks.size())}};
+// In one call: what a kill leaves is the old content or the new.
+[[nodiscard]] bool _write_whole(int fd, std::string_view text, size_t emptyLines = 0) {
+    std::array<iovec, 1 + kFillMax> parts{iovec{const_cast<char *>(text.data()), text.size()}};
+    int count = 1;
+    for (; emptyLines != 0 && count <= kFillMax; ++count) {
+        const size_t size = std::min(emptyLines, kEmptyLines.size());
+        parts[count] = {const_cast<char *>(kEmptyLines.data()), size};
+        emptyLines -= size;
+    }
     ssize_t written = 0;
     do {
-        written = pwritev(fd, parts.data(), parts.size(), 0);
+        written = pwritev(fd, parts.data(), count, 0);
     } while (written < 0 && errno == EINTR);
     return written >= 0 && static_cast<size_t>(written) >= text.size();
 }
