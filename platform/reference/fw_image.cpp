@@ -1,13 +1,13 @@
 #include "fw_image.h"
 
 #include <fcntl.h>
-#include <mbedtls/sha256.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
+#include "mbedtls_names.h"
 #include "state_file.h"
 
 namespace {
@@ -21,17 +21,16 @@ class Sha256 {
 public:
     Sha256() {
         mbedtls_sha256_init(&state_);
-        good_ = mbedtls_sha256_starts_ret(&state_, 0) == 0;
+        good_ = crypto_startSha256(&state_) == 0;
     }
     Sha256(const Sha256 &) = delete;
     Sha256 &operator=(const Sha256 &) = delete;
     ~Sha256() { mbedtls_sha256_free(&state_); }
     void add(const void *bytes, size_t size) {
-        good_ =
-            good_ && mbedtls_sha256_update_ret(&state_, static_cast<const unsigned char *>(bytes), size) == 0;
+        good_ = good_ && crypto_updateSha256(&state_, bytes, size) == 0;
     }
     [[nodiscard]] bool finish(uint8_t (&digest)[32]) {
-        return good_ && mbedtls_sha256_finish_ret(&state_, digest) == 0;
+        return good_ && crypto_finishSha256(&state_, digest) == 0;
     }
 
 private:

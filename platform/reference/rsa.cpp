@@ -12,6 +12,7 @@
 #include <memory>
 
 #include "cloud_owner.h"
+#include "mbedtls_names.h"
 #include "rsa_key.h"
 
 namespace {
@@ -58,8 +59,7 @@ char *librsa_decrypt(const char *cipherText, char *key1, char *key2, char *key3)
     size_t length = 0;
     HeapText text;
     // A NUL inside would hide the rest of the text from every reader.
-    if (mbedtls_rsa_pkcs1_decrypt(key.rsa(), rsa_random, nullptr, MBEDTLS_RSA_PRIVATE, &length, cipher.data(),
-                                  plain.data(), plain.size()) == 0 &&
+    if (crypto_decrypt(key.rsa(), rsa_random, cipher.data(), plain, &length) == 0 &&
         memchr(plain.data(), '\0', length) == nullptr) {
         text.reset(static_cast<char *>(malloc(length + 1)));
         if (text != nullptr) {
@@ -79,8 +79,7 @@ char *librsa_encrypt(const char *plainText, char *key1, char *key2) {
     CipherBytes cipher;
     const auto *const plain = reinterpret_cast<const unsigned char *>(plainText);
     // Refuses what is longer than the key less the padding: 245 bytes.
-    if (mbedtls_rsa_pkcs1_encrypt(key.rsa(), rsa_random, nullptr, MBEDTLS_RSA_PUBLIC, strlen(plainText),
-                                  plain, cipher.data()) != 0) {
+    if (crypto_encrypt(key.rsa(), rsa_random, {plain, strlen(plainText)}, cipher.data()) != 0) {
         return nullptr;
     }
     HeapText text(static_cast<char *>(malloc(kCipherTextSize)));

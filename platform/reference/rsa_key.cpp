@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "mbedtls_names.h"
 #include "state_file.h"
 
 namespace {
@@ -127,7 +128,7 @@ RsaKey::Loaded RsaKey::load(const char *path) {
     }
     SecretBytes<kPemRoom> pem;
     const ssize_t got = state_readAll(fd.get(), {pem.data(), pem.size() - 1});
-    if (got <= 0 || mbedtls_pk_parse_key(&pk_, pem.data(), static_cast<size_t>(got) + 1, nullptr, 0) != 0 ||
+    if (got <= 0 || crypto_parseKey(&pk_, {pem.data(), static_cast<size_t>(got) + 1}, rsa_random) != 0 ||
         mbedtls_pk_get_type(&pk_) != MBEDTLS_PK_RSA || mbedtls_rsa_get_len(rsa()) != kKeySize) {
         return Loaded::kBroken;
     }
