@@ -258,16 +258,16 @@ INSTANTIATE_TEST_SUITE_P(
                              [] { write_file("/tmp/softinfo", "1234567.12345678 Build"); }, kNotMade, -1}),
     row_name<Obstacle>);
 
-TEST(Check, ChoosesAmongTenThousand) {
+TEST(Check, ChoosesAmongThousands) {
     json entries = json::array();
-    for (int i = 0; i < 10000; ++i) {
+    for (int i = 0; i < 2000; ++i) {
         entries.push_back(entry("1.0." + std::to_string(i) + " Build 1 Rel.1", "http://localhost/a.bin"));
     }
     Device device({}, {{"firmware", entries}});
     put_status_file();
     EXPECT_EQ(printed(device, {"check"}), "0\n");
     EXPECT_THAT(file(kStatusFile), HasSubstr("\"fw_status\":\t5"));
-    EXPECT_EQ(stored_record().substr(276, 8), "1.0.9999");
+    EXPECT_EQ(stored_record().substr(276, 8), "1.0.1999");
 }
 
 }  // namespace
