@@ -63,9 +63,9 @@ using ApiOwner = std::unique_ptr<CloudApi, Releaser<_release>>;
 }
 
 [[nodiscard]] bool _prepare_pool(CloudApi *api) {
-    pthread_mutex_init(&api->apiLock, nullptr);
-    pthread_mutex_init(&api->callbackLock, nullptr);
-    pthread_mutex_init(&api->registerLock, nullptr);
+    pthread_mutex_init(&api->apiLock.handle, nullptr);
+    pthread_mutex_init(&api->callbackLock.handle, nullptr);
+    pthread_mutex_init(&api->registerLock.handle, nullptr);
     api->cbMaxNum = kCallbackSlots;
     api->cb = static_cast<CallbackSlot *>(calloc(static_cast<size_t>(api->cbMaxNum), sizeof(CallbackSlot)));
     if (api->cb == nullptr) {
@@ -106,9 +106,9 @@ void _tear_down(CloudApi *api, Memory memory) {
     }
     const ApiOwner owner(api);
     if (!inherited) {  // a lock that the parent's thread held at the fork is not to be destroyed
-        pthread_mutex_destroy(&api->apiLock);
-        pthread_mutex_destroy(&api->callbackLock);
-        pthread_mutex_destroy(&api->registerLock);
+        pthread_mutex_destroy(&api->apiLock.handle);
+        pthread_mutex_destroy(&api->callbackLock.handle);
+        pthread_mutex_destroy(&api->registerLock.handle);
     }
 }
 

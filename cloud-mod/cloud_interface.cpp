@@ -28,7 +28,7 @@ constexpr char kLogUnit[] = "cloud_interface";
 // The helpers log in the name of the public call that they work for, `call`.
 
 // Held for one exchange. Not the instance's own, as SIGPIPE takes that away under a call.
-constinit pthread_mutex_t l_exchangeLock = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex l_exchangeLock;
 
 // The turn of an exchange. The callback thread does not wait for a turn that a teardown will not give: it is
 // joined by a handler that may have interrupted the holder.
@@ -38,11 +38,11 @@ public:
         const CloudApi *const api = cloudApi;
         own_ = api != nullptr && cloud_thread_is_self(api->callbackThread);
         if (!own_) {
-            held_ = pthread_mutex_lock(&l_exchangeLock) == 0;
+            held_ = pthread_mutex_lock(&l_exchangeLock.handle) == 0;
             return;
         }
         while (!held_ && api->callbackStop == 0) {
-            held_ = pthread_mutex_trylock(&l_exchangeLock) == 0;
+            held_ = pthread_mutex_trylock(&l_exchangeLock.handle) == 0;
             if (!held_) {
                 usleep(kUsPerMs);
             }
@@ -50,7 +50,7 @@ public:
     }
     ~Turn() {
         if (held_) {
-            pthread_mutex_unlock(&l_exchangeLock);
+            pthread_mutex_unlock(&l_exchangeLock.handle);
         }
     }
     Turn(const Turn &) = delete;
@@ -311,6 +311,10 @@ int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t fla
         usleep(kPollIntervalMs * kUsPerMs);
     }
     return KXCC_ERROR_TIMEOUT;
+}
+
+int32_t kxcc_version() {
+    return KXCC_VERSION_NUMBER;
 }
 
 int32_t kxcc_notify_cloud_brd(int32_t event) {

@@ -60,14 +60,28 @@ using JsonText = std::unique_ptr<char, Releaser<cJSON_free>>;  // what cJSON_Pri
 using Directory = std::unique_ptr<DIR, Releaser<closedir>>;
 using UniqueFile = std::unique_ptr<FILE, Releaser<fclose>>;
 
+/// What clang's -Wthread-safety goes by; nothing for other compilers.
+#if defined(__clang__)
+#define CLOUD_THREAD(rule) __attribute__((rule))
+#else
+#define CLOUD_THREAD(rule)
+#endif
+
+/// A mutex that can be named beside what it guards: CLOUD_THREAD(guarded_by(mutex)).
+struct CLOUD_THREAD(capability("mutex")) Mutex {
+    pthread_mutex_t handle = PTHREAD_MUTEX_INITIALIZER;
+};
+
 /// Holds a mutex for the length of its scope.
-class LockHeld {
+class CLOUD_THREAD(scoped_lockable) LockHeld {
 public:
-    explicit LockHeld(pthread_mutex_t *mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
+    explicit LockHeld(Mutex *mutex) CLOUD_THREAD(acquire_capability(mutex)) : mutex_(mutex) {
+        pthread_mutex_lock(&mutex_->handle);
+    }
     LockHeld(const LockHeld &) = delete;
     LockHeld &operator=(const LockHeld &) = delete;
-    ~LockHeld() { pthread_mutex_unlock(mutex_); }
+    ~LockHeld() CLOUD_THREAD(release_capability()) { pthread_mutex_unlock(&mutex_->handle); }
 
 private:
-    pthread_mutex_t *mutex_;
+    Mutex *mutex_;
 };

@@ -10,7 +10,8 @@
  * broker, and the next call but kxcc_get_response connects anew.
  *
  * Threads: all calls belong to one thread of the program; a callback may make them too, to submit its
- * next request (exchanges with the broker take turns). Callbacks, handlers and hooks run in threads of
+ * next request (exchanges with the broker take turns; while the library leaves the broker such a call
+ * gets KXCC_ERROR_SEND). Callbacks, handlers and hooks run in threads of
  * the library; handlers and hooks must not call it. Those threads block SIGPIPE, SIGINT and SIGTERM, and
  * the program's other threads must do so, too: a handler that runs in one of them takes the
  * connection away under a call. They have the system's default stack, of 256 KiB at least. A child made by
@@ -34,6 +35,16 @@
 extern "C" {
 #endif
 
+/* The version of this header; kxcc_version() tells that of the library which runs. A new major number
+ * comes with a new name of the shared library (libkxcc.so.1). */
+#define KXCC_VERSION_MAJOR 1
+#define KXCC_VERSION_MINOR 0
+#define KXCC_VERSION_PATCH 0
+#define KXCC_VERSION_NUMBER (KXCC_VERSION_MAJOR * 0x10000 + KXCC_VERSION_MINOR * 0x100 + KXCC_VERSION_PATCH)
+
+/* Returns KXCC_VERSION_NUMBER as the library was built with it. Touches nothing; any thread may call it. */
+KXCC_API int32_t kxcc_version(void);
+
 /* Result codes. Positive results are request ids or status values, as each call says; an error code
  * of the broker is handed on as it is. */
 enum kxcc_result {
@@ -47,6 +58,21 @@ enum kxcc_result {
     KXCC_ERROR_REPLY = -6000,    /* an answer that cannot be parsed or lacks a key */
     KXCC_ERROR_PARAMETER = -7004 /* an argument that is not allowed */
 };
+
+/* Events that the broker takes (kxcc_notify_cloud_brd). */
+enum kxcc_event {
+    KXCC_EVENT_TIMEOUTS = 1,        /* automatic requests timed out repeatedly: connect anew */
+    KXCC_EVENT_USER_TIMEOUTS = 2,   /* requests that a user waits for did */
+    KXCC_EVENT_RECONNECT = 3,       /* connect anew at once */
+    KXCC_EVENT_ACCOUNT_MODE = 10,   /* the device has an owner from now on */
+    KXCC_EVENT_NO_ACCOUNT_MODE = 11 /* it has none any more */
+};
+
+/* The broker's link to the cloud (kxcc_get_link_status); other values: no link. */
+enum kxcc_link_status { KXCC_LINK_UP = 2, KXCC_LINK_RECONNECTING = 4 };
+
+/* The broker's mode (kxcc_get_logic_status); any other value counts as without an account. */
+enum kxcc_logic_status { KXCC_LOGIC_NO_ACCOUNT = 0, KXCC_LOGIC_ACCOUNT = 1 };
 
 /* Receives the answer of a request submitted with a callback, at most once, in the library's
  * callback thread: the cloud's answer, or {"error_code":-3002,"msg":"Request timeout"}. It is never
@@ -86,16 +112,15 @@ KXCC_API int32_t kxcc_get_response(int32_t id, char **text);
  * when that was negative. */
 KXCC_API int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text);
 
-/* Tells the broker of an event (1, 2: automatic, or user-started, requests timed out repeatedly;
- * 3: reconnect; 10: account mode; 11: no-account mode). Returns the broker's error code (0: accepted),
- * KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a damaged reply). */
+/* Tells the broker of an event (enum kxcc_event; other numbers are passed on as they are). Returns the
+ * broker's error code (0: accepted), KXCC_ERROR_SEND, KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or
+ * KXCC_ERROR_GENERAL (a damaged reply). */
 KXCC_API int32_t kxcc_notify_cloud_brd(int32_t event);
 
-/* The broker's link to the cloud (2: connected, 4: reconnecting), or a code as of
- * kxcc_notify_cloud_brd. */
+/* The broker's link to the cloud (enum kxcc_link_status), or a code as of kxcc_notify_cloud_brd. */
 KXCC_API int32_t kxcc_get_link_status(void);
 
-/* The broker's mode (1: account mode, any other: no-account mode), or a code as above. */
+/* The broker's mode (enum kxcc_logic_status), or a code as above. */
 KXCC_API int32_t kxcc_get_logic_status(void);
 
 /* Answers a request that the cloud sends to the device. *response: null at first; a heap text (malloc)

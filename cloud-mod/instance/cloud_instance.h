@@ -8,11 +8,11 @@
 #pragma once
 
 #include <kxcc.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
 
+#include "cloud_owner.h"
 #include "cloud_thread.h"
 
 struct CallbackSlot {
@@ -24,23 +24,23 @@ struct CallbackSlot {
 };
 
 struct CloudApi {
-    pthread_mutex_t apiLock;
+    Mutex apiLock;
     int32_t status;    // stays 0
     int32_t clientFd;  // main connection; 0 is also "none"
 
-    pthread_mutex_t callbackLock;
+    Mutex callbackLock;
     CloudThread callbackThread;
     std::atomic<int32_t> threadFd;  // the callback thread's own connection; 0: none
     int32_t cbMaxNum;               // fixed before a thread starts
-    CallbackSlot *cb;               // cbMaxNum slots, their content under callbackLock
+    CallbackSlot *cb CLOUD_THREAD(pt_guarded_by(callbackLock));  // cbMaxNum slots
     std::atomic<int32_t> callbackStop;
 
-    pthread_mutex_t registerLock;
+    Mutex registerLock;
     CloudThread registerThread;
     std::atomic<int32_t> registerFd;  // the register thread's own connection; 0: none
     std::atomic<int32_t> registered;  // 1 once the broker has consented
-    kxcc_request_handler handler;     // these two under registerLock
-    kxcc_hello_hooks hooks;
+    kxcc_request_handler handler CLOUD_THREAD(guarded_by(registerLock));
+    kxcc_hello_hooks hooks CLOUD_THREAD(guarded_by(registerLock));
     std::atomic<int32_t> registerStop;
 };
 

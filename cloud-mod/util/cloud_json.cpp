@@ -1,12 +1,10 @@
 #include "cloud_json.h"
 
-#include <pthread.h>
-
 #include "cloud_signals.h"
 
 namespace {
 
-constinit pthread_mutex_t l_lock = PTHREAD_MUTEX_INITIALIZER;
+constinit Mutex l_lock;
 
 }  // namespace
 

@@ -20,8 +20,6 @@
 namespace cloud_account {
 namespace {
 
-constexpr int32_t kModeAccount = 1;
-constexpr int32_t kModeNoAccount = 0;
 constexpr uint8_t kBound = 1;
 constexpr uint8_t kOwnerRole = 0;
 constexpr size_t kUserNameMax = sizeof(AccountList::userName) - 1;

@@ -24,7 +24,7 @@ constexpr mode_t kModeBits = 0777;     // a set-user-id bit is not handed on
 constexpr size_t kPathRoom = 300;      // with process id and count
 constexpr uint64_t kBlockBytes = 512;  // unit of st_blocks
 constexpr int kLockTries = 100;
-constexpr int kFillMax = 16;  // 8 KiB
+constexpr size_t kFillMax = 16;  // 8 KiB
 constexpr long kLockRestNs = 10'000'000;
 
 // Line ends for the rest of a longer old content, which are cut off only afterwards: a reader in between, and
@@ -46,7 +46,7 @@ std::atomic<int> l_count{0};
 // In one call: what a kill leaves is the old content or the new.
 [[nodiscard]] bool _write_whole(int fd, std::string_view text, size_t emptyLines = 0) {
     std::array<iovec, 1 + kFillMax> parts{iovec{const_cast<char *>(text.data()), text.size()}};
-    int count = 1;
+    size_t count = 1;
     for (; emptyLines != 0 && count <= kFillMax; ++count) {
         const size_t size = std::min(emptyLines, kEmptyLines.size());
         parts[count] = {const_cast<char *>(kEmptyLines.data()), size};
@@ -54,7 +54,7 @@ std::atomic<int> l_count{0};
     }
     ssize_t written = 0;
     do {
-        written = pwritev(fd, parts.data(), count, 0);
+        written = pwritev(fd, parts.data(), static_cast<int>(count), 0);
     } while (written < 0 && errno == EINTR);
     return written >= 0 && static_cast<size_t>(written) >= text.size();
 }

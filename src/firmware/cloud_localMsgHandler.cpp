@@ -24,8 +24,6 @@ constexpr size_t kVerifyReplyBytes = 132;  // its first word is the error
 
 constexpr unsigned int kUpdateDelayS = 5;  // lets the web interface answer first
 
-constexpr int32_t kLinkReconnecting = 4;
-constexpr int32_t kReconnectEvent = 3;
 constexpr int kReconnectWaitS = 5;
 
 void _fail(FwStatus status) {
@@ -157,11 +155,11 @@ int cloud_updateFirmware(int /*reserved*/, uint32_t /*imageLength*/) {
 
 int reconnCloudSrvHandler() {
     CLOUD_LOG("reconnect cloud server request is triggered!\n");
-    if (kxcc_get_link_status() == kLinkReconnecting) {
+    if (kxcc_get_link_status() == KXCC_LINK_RECONNECTING) {
         CLOUD_LOG("link is reconnecting, please wait %d s!\n", kReconnectWaitS);
         cloud_sleep(kReconnectWaitS);
     }
-    if (cloud_checkSslPath(kReconnectEvent, kReconnectWaitS) != kPathGood) {
+    if (cloud_checkSslPath(KXCC_EVENT_RECONNECT, kReconnectWaitS) != kPathGood) {
         CLOUD_LOG("reconnect cloud server failed!\n");
         return 0;
     }

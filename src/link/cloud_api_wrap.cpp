@@ -12,10 +12,6 @@
 
 namespace {
 
-constexpr int32_t kAccountMode = 1;  // logic status, and connection mode
-constexpr int32_t kLinkUp = 2;
-constexpr int32_t kEventAccount = 10;
-constexpr int32_t kEventNoAccount = 11;
 constexpr int kAttempts = 3;
 constexpr int32_t kPollStepMs = 500;
 constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the request reached it
@@ -51,7 +47,7 @@ constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the requ
 
 [[nodiscard]] bool _wait_for_link(int32_t waitS) {
     for (int32_t i = 0; i < waitS; ++i) {
-        if (kxcc_get_link_status() == kLinkUp) {
+        if (kxcc_get_link_status() == KXCC_LINK_UP) {
             return true;
         }
         CLOUD_LOG("waiting for reconnect...\n");
@@ -64,7 +60,7 @@ constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the requ
 
 int32_t cloud_wrap_send_request_sync(const char *request, int32_t timeoutMs, uint32_t kind,
                                      char **responseOut) {
-    if (kxcc_get_logic_status() == kAccountMode) {
+    if (kxcc_get_logic_status() == KXCC_LOGIC_ACCOUNT) {
         return cloud_wrap_send_request_sync_account(request, timeoutMs, kind, responseOut);
     }
     return cloud_wrap_send_request_sync_noaccount(request, timeoutMs, kind, responseOut);
@@ -94,7 +90,7 @@ int32_t cloud_wrap_send_request_sync_noaccount(const char *request, int32_t time
 }
 
 int32_t cloud_wrap_set_connection_mode(int32_t mode) {
-    return kxcc_notify_cloud_brd(mode == kAccountMode ? kEventAccount : kEventNoAccount);
+    return kxcc_notify_cloud_brd(mode == kModeAccount ? KXCC_EVENT_ACCOUNT_MODE : KXCC_EVENT_NO_ACCOUNT_MODE);
 }
 
 int testCloudSrvConnection(int32_t timeoutS) {
@@ -122,7 +118,7 @@ int testCloudSrvConnection(int32_t timeoutS) {
 }
 
 int cloud_checkSslPath(int32_t event, int32_t waitS) {
-    if (kxcc_get_link_status() == kLinkUp) {
+    if (kxcc_get_link_status() == KXCC_LINK_UP) {
         if (testCloudSrvConnection(waitS) == 1) {
             CLOUD_LOG("ssl path is OK.\n");
             return kPathGood;

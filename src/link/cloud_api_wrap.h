@@ -7,6 +7,10 @@
 /// How long requests to the cloud wait for their answer.
 inline constexpr int32_t kAnswerWaitMs = 5000;
 
+/// Connection modes.
+inline constexpr int32_t kModeNoAccount = 0;
+inline constexpr int32_t kModeAccount = 1;
+
 /// Results of cloud_checkSslPath.
 inline constexpr int kPathBad = 1;
 inline constexpr int kPathGood = 2;

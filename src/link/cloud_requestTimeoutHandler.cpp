@@ -10,8 +10,6 @@ namespace {
 
 constexpr int kUserThreshold = 2;
 constexpr int kAutoThreshold = 3;
-constexpr int kUserRebuildEvent = 2;  // the broker's events
-constexpr int kAutoRebuildEvent = 1;
 
 struct TimeoutObject {
     int count;  // in a row
@@ -56,7 +54,7 @@ void requestTimeoutCount(int type, int byUser) {
     }
     CLOUD_LOG("%s request timeout %d times successively, recreate ssl path.\n", user ? "user" : "auto",
               threshold);
-    if (kxcc_notify_cloud_brd(user ? kUserRebuildEvent : kAutoRebuildEvent) != 0) {
+    if (kxcc_notify_cloud_brd(user ? KXCC_EVENT_USER_TIMEOUTS : KXCC_EVENT_TIMEOUTS) != 0) {
         CLOUD_LOG("reconstruct ssl path path failed!\n");
         return;
     }
