@@ -179,8 +179,9 @@ int _dispatch(int argc, char **argv) {
             cloud_printUsage();
             return 0;
         case Task::kLocal:
-            cloud_localMsgTask(static_cast<unsigned>(command->code));
-            return 0;  // firmware commands report through the status file
+            // Firmware commands report through the status file.
+            static_cast<void>(cloud_localMsgTask(static_cast<unsigned>(command->code)));
+            return 0;
         case Task::kAccount:
             break;
     }

@@ -32,7 +32,7 @@ inline constexpr size_t kFrameHeaderSize = 8;
 inline constexpr uint16_t kFrameMagic = 0xA1B2;
 using FrameHeader = std::array<uint8_t, kFrameHeaderSize>;
 
-constexpr FrameHeader frame_header(uint16_t type, uint32_t length) {
+[[nodiscard]] constexpr FrameHeader frame_header(uint16_t type, uint32_t length) {
     return {kFrameMagic >> 8,
             kFrameMagic & 0xFF,
             static_cast<uint8_t>(type >> 8),
@@ -43,15 +43,15 @@ constexpr FrameHeader frame_header(uint16_t type, uint32_t length) {
             static_cast<uint8_t>(length)};
 }
 
-constexpr uint16_t frame_magic(const FrameHeader &header) {
+[[nodiscard]] constexpr uint16_t frame_magic(const FrameHeader &header) {
     return static_cast<uint16_t>(header[0] << 8 | header[1]);
 }
 
-constexpr uint16_t frame_type(const FrameHeader &header) {
+[[nodiscard]] constexpr uint16_t frame_type(const FrameHeader &header) {
     return static_cast<uint16_t>(header[2] << 8 | header[3]);
 }
 
-constexpr uint32_t frame_length(const FrameHeader &header) {
+[[nodiscard]] constexpr uint32_t frame_length(const FrameHeader &header) {
     return static_cast<uint32_t>(header[4]) << 24 | static_cast<uint32_t>(header[5]) << 16 |
            static_cast<uint32_t>(header[6]) << 8 | static_cast<uint32_t>(header[7]);
 }

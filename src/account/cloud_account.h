@@ -13,58 +13,58 @@
 /// Binds the device to the owner's account and stores it, then starts the reload script.
 /// @param user         account name; 128 characters of it are stored.
 /// @param encPassword  password, encrypted with the device's key; -1 when it does not decrypt.
-int32_t cloud_msg_bind_device(const char *user, const char *encPassword);
+[[nodiscard]] int32_t cloud_msg_bind_device(const char *user, const char *encPassword);
 
 /// Binds the device for the phone app; no script is started.
 /// @param b64User      Base64 of the account name, at most 128 bytes decoded.
 /// @param b64Password  Base64 of the plain password, at most 512 bytes decoded; stored encrypted.
-int32_t cloud_msg_tmp_bind_device(const char *b64User, const char *b64Password);
+[[nodiscard]] int32_t cloud_msg_tmp_bind_device(const char *b64User, const char *b64Password);
 
 /// Unbinds the device: account, status, login mark and the user's line in "/tmp/passwd" go, then the reload
 /// script is started.
 /// @param user  account name; null or empty: the stored account's, -1 when there is none.
-int32_t cloud_msg_unbind_device(const char *user);
+[[nodiscard]] int32_t cloud_msg_unbind_device(const char *user);
 
 /// The same for the phone app; no script is started.
-int32_t cloud_msg_tmp_unbind_device(const char *user);
+[[nodiscard]] int32_t cloud_msg_tmp_unbind_device(const char *user);
 
 /// Logs an account in and stores its role and name. An owner's login replaces the stored account when name
 /// or password differ, and then starts the reload script. Arguments as for cloud_msg_bind_device.
-int32_t cloud_msg_account_login(const char *user, const char *encPassword);
+[[nodiscard]] int32_t cloud_msg_account_login(const char *user, const char *encPassword);
 
 /// Names the device in the cloud and in the store.
 /// @param b64Alias  Base64 of the name, at most 64 bytes decoded.
-int32_t cloud_msg_update_alias(const char *b64Alias);
+[[nodiscard]] int32_t cloud_msg_update_alias(const char *b64Alias);
 
 /// Removes a user of the device in the cloud; nothing changes on the device.
 /// @param owner  the owner's account name. @param user  the name of the one to remove.
-int32_t cloud_msg_remove_user(const char *owner, const char *user);
+[[nodiscard]] int32_t cloud_msg_remove_user(const char *owner, const char *user);
 
 /// Fetches a device token and the web service's address into "/tmp/cloud.token" and starts the script that
 /// removes it when it expires.
-int32_t cloud_msg_get_devtoken();
+[[nodiscard]] int32_t cloud_msg_get_devtoken();
 
 /// Passes a request through and leaves the answer, whatever it says, in "/tmp/cloud_data_cache/<method>".
 /// @param method      the cloud's method.
 /// @param b64Request  Base64 of its parameters, a JSON value of at most 2099 bytes.
-int32_t cloud_msg_passthrough(const char *method, const char *b64Request);
+[[nodiscard]] int32_t cloud_msg_passthrough(const char *method, const char *b64Request);
 
 /// Tests the link to the cloud. @return 0 whenever the cloud answered at all, be it with an error.
-int32_t cloud_msg_check_online();
+[[nodiscard]] int32_t cloud_msg_check_online();
 
 /// @return 1 when the device has an account with a password stored, else 0.
-int32_t cloud_msg_check_bind_status();
+[[nodiscard]] int32_t cloud_msg_check_bind_status();
 
 /// @return the broker's mode (1: account mode), or a code of the request layer.
-int32_t cloud_msg_get_logic_status();
+[[nodiscard]] int32_t cloud_msg_get_logic_status();
 
 /// Sets the broker's mode after the stored account. @return 0.
-int32_t cloud_msg_set_logic_status();
+[[nodiscard]] int32_t cloud_msg_set_logic_status();
 
 /// Unbinds a bound device before a factory reset; what could not be unbound is left in
 /// "/tmp/factory.part", the stored credentials with it. @return 0.
-int32_t cloud_msg_factory();
+[[nodiscard]] int32_t cloud_msg_factory();
 
 /// Asks the management daemon to kick clients off; takes up to 3 seconds when it does not answer.
 /// @return 0, whatever the daemon does; -1 when the socket could not be opened.
-int32_t cloud_msg_kickoff();
+[[nodiscard]] int32_t cloud_msg_kickoff();

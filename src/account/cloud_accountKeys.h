@@ -23,10 +23,10 @@ public:
     void loadPublic() { librsa_get_keys(modulus_.data(), exponent_.data(), nullptr); }
 
     /// @return the plain text; null when it is no cipher text of this device.
-    SecretText decrypt(const char *cipher) {
+    [[nodiscard]] SecretText decrypt(const char *cipher) {
         return SecretText(librsa_decrypt(cipher, modulus_.data(), exponent_.data(), private_.data()));
     }
-    SecretText encrypt(const char *plain) {
+    [[nodiscard]] SecretText encrypt(const char *plain) {
         return SecretText(librsa_encrypt(plain, modulus_.data(), exponent_.data()));
     }
 

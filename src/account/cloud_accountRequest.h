@@ -44,7 +44,7 @@ namespace cloud_account {
     if (b64_decodedSize(b64) > room) {
         return false;
     }
-    b64_decode(text, room, b64, -1);
+    static_cast<void>(b64_decode(text, room, b64, -1));
     return true;
 }
 

@@ -9,19 +9,19 @@
 namespace cloud_account {
 
 // These four read the error code and nothing else.
-int32_t _parse_binddev_result(const char *response, const char *unused);
-int32_t _parse_unbinddev_result(const char *response, const char *unused);
-int32_t _parse_update_alias_result(const char *response, const char *unused);
-int32_t _parse_rmuser_result(const char *response, const char *unused);
+[[nodiscard]] int32_t _parse_binddev_result(const char *response, const char *unused);
+[[nodiscard]] int32_t _parse_unbinddev_result(const char *response, const char *unused);
+[[nodiscard]] int32_t _parse_update_alias_result(const char *response, const char *unused);
+[[nodiscard]] int32_t _parse_rmuser_result(const char *response, const char *unused);
 /// 0 for every answer with an error code, whatever it is: the cloud was reached.
-int32_t _parse_online_result(const char *response, const char *unused);
+[[nodiscard]] int32_t _parse_online_result(const char *response, const char *unused);
 /// Stores role and user name of a successful login.
-int32_t _parse_login_result(const char *response, const char *user);
+[[nodiscard]] int32_t _parse_login_result(const char *response, const char *user);
 /// Whether that reached the store.
 [[nodiscard]] bool _login_was_stored();
 /// Writes "/tmp/cloud.token" and starts the script that deletes it when the token expires.
-int32_t _parse_token_result(const char *response, const char *unused);
+[[nodiscard]] int32_t _parse_token_result(const char *response, const char *unused);
 /// Caches any JSON answer under the method's name. -7004 when there is nothing to cache.
-int32_t _parse_passthrough_result(const char *response, const char *method);
+[[nodiscard]] int32_t _parse_passthrough_result(const char *response, const char *method);
 
 }  // namespace cloud_account

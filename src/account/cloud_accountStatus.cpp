@@ -68,7 +68,7 @@ int32_t _do_factory() {
     if (!_is_marked(status)) {
         return 0;
     }
-    cloud_msg_unbind_device(nullptr);
+    static_cast<void>(cloud_msg_unbind_device(nullptr));  // the mark tells
     cloud_getDeviceStatus(&status);
     if (!_is_marked(status)) {
         return 0;

@@ -10,13 +10,13 @@
 /// @param srclen  characters of src; negative: up to its terminator.
 /// @return bytes written; 0 for a null src; -1 for malformed text or when dst is full, and what was decoded
 ///         up to there stays in dst.
-int32_t b64_decode(void *dst, int32_t dstlen, const char *src, int32_t srclen);
+[[nodiscard]] int32_t b64_decode(void *dst, int32_t dstlen, const char *src, int32_t srclen);
 
 /// How many bytes a text decodes to by its length and padding alone, whether it is well formed or not.
 /// A text of which this does not fit a buffer is too long for it; one that fits and fails is malformed.
-int64_t b64_decodedSize(const char *src);
+[[nodiscard]] int64_t b64_decodedSize(const char *src);
 
 /// Encodes bytes. @param dstlen  bytes of dst with room for the terminator, above 0; srclen not negative
 /// (else the program stops).
 /// @return characters before the terminator; 0 for a null src; -1 when dst is too small.
-int32_t b64_encode(char *dst, int32_t dstlen, const void *src, int32_t srclen);
+[[nodiscard]] int32_t b64_encode(char *dst, int32_t dstlen, const void *src, int32_t srclen);

@@ -5,23 +5,23 @@
 #include <cjson/cJSON.h>
 
 /// Parses a text. @return the tree, which the caller deletes (cJSON_Delete); null on failure (logged).
-cJSON *cloud_jsonParseStr(const char *pBuf);
+[[nodiscard]] cJSON *cloud_jsonParseStr(const char *pBuf);
 
 /// The member `name` of an object as text (see cJSON_GetJsonObjString), letter case included. Of several
 /// members of that name the last one counts.
 /// @return a text that belongs to the tree; null when absent, or for a null argument (logged).
-char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
+[[nodiscard]] char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
 
 /// The member `name` of element `index` of an array, as above.
 /// @return a text that belongs to the tree; null when absent, or when there is no such element (logged).
-char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);
+[[nodiscard]] char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);
 
 /// The value of one item as text: a string's content, a number in decimals (integers without a fraction), an
 /// array or object as unformatted JSON. Booleans, null, numbers beyond all bounds and those between -1 and 1
 /// other than 0 have none: read as a whole number they would be 0, which means success.
 /// @return a text that belongs to the item, is valid as long as its tree and is released with it; the
 ///         same text for every later call. Null for an item without text, a null item, or no memory.
-char *cJSON_GetJsonObjString(cJSON *item);
+[[nodiscard]] char *cJSON_GetJsonObjString(cJSON *item);
 
 /// Type codes of cJSON_GetJsonObjType. Only kJsonArray is tested anywhere.
 enum JsonType {
@@ -36,4 +36,4 @@ enum JsonType {
 };
 
 /// The type of an item. @return a JsonType; kJsonInvalid for a null item.
-int cJSON_GetJsonObjType(cJSON *item);
+[[nodiscard]] int cJSON_GetJsonObjType(cJSON *item);

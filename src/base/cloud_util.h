@@ -55,14 +55,14 @@ void cstr_strncpy(char *dest, const char *src, size_t n);
 /// The file name of a URL: what follows its last slash.
 /// @return a pointer into url; the whole of it when it has no slash; null for a null or empty url, one
 ///         that ends in a slash or whose only slash comes first (logged, except for null).
-const char *cloud_getFilename(const char *url);
+[[nodiscard]] const char *cloud_getFilename(const char *url);
 
 /// Reads the value of one "key=value" line of a text (the key in any letter case, at a line start).
 /// @param fmt  a scanf format of one conversion. "%s" takes the rest of the line; "%c" gives the digit's
 ///             value. @param out  receives the conversion; big enough for it.
 /// @return 1 when the key is there, even if its value does not convert; 0 when not (logged) or for a null
 ///         argument. An empty value stores one zero byte ("%c" then makes its digit of it as well).
-int cloud_getSpecificToken(const char *text, const char *key, const char *fmt, void *out);
+[[nodiscard]] int cloud_getSpecificToken(const char *text, const char *key, const char *fmt, void *out);
 
 /// Copies rawStr to dstStr with every line break, real or written as an escape, turned into "<br/>".
 /// @param size  bytes of dstStr. What would not fit is dropped from the first break on that does not.
@@ -79,4 +79,4 @@ int cloud_semDestroy(sem_t sem);
 
 /// Writes a 16-byte digest as 32 upper-case hexadecimal characters and a terminator (33 bytes).
 /// @return 0; -1 for a null argument.
-int cloud_digestToHexStr(const unsigned char *digest, char *out);
+[[nodiscard]] int cloud_digestToHexStr(const unsigned char *digest, char *out);

@@ -93,9 +93,9 @@ enum FwField {
 // Single records: a null pointer does nothing; a read zeroes the record first. A store failure is logged; of
 // these two it is the result as well.
 /// @return 1; 0 on a store failure.
-int cloud_setLoginInfo(LoginInfo *info);
+[[nodiscard]] int cloud_setLoginInfo(LoginInfo *info);
 /// @return 1; 0 on a store failure.
-int cloud_getLoginInfo(LoginInfo *info);
+[[nodiscard]] int cloud_getLoginInfo(LoginInfo *info);
 void cloud_setDeviceStatus(DeviceStatus *status);
 void cloud_getDeviceStatus(DeviceStatus *status);
 void cloud_setDeviceInfo(DeviceInfo *info);
@@ -106,15 +106,15 @@ void cloud_getAccount(AccountList *list);
 void cloud_delallAccount();
 
 /// Reads the address of the stored firmware, kept to 1023 characters. @return 1; 0 on a store failure.
-int cloud_getNewFwInfo(UpgradeInfo *info);
+[[nodiscard]] int cloud_getNewFwInfo(UpgradeInfo *info);
 
 /// Stores firmware information and the time of it, as one group.
 /// @param fwFields  kFwFieldCount texts in the order of FwField, each may be null.
 /// @return 1; 0 on a store failure.
-int cloud_setNewFwInfo(const char *const *fwFields);
+[[nodiscard]] int cloud_setNewFwInfo(const char *const *fwFields);
 
 /// Called when the device is up to date: nothing to store. @return 1.
-int cloud_setOldFwInfo();
+[[nodiscard]] int cloud_setOldFwInfo();
 
 /// Clears the stored firmware information and its time.
 void cloud_clearFwUpInfo();
@@ -122,7 +122,7 @@ void cloud_clearFwUpInfo();
 /// Fills a zeroed record with the device's identifiers and software version. Identifiers that are absent
 /// or no texts are left out.
 /// @return 1; 0 when an identity file cannot be read (logged); what was read before stays.
-int cloud_getCheckFwVerInfo(CheckInfo *info);
+[[nodiscard]] int cloud_getCheckFwVerInfo(CheckInfo *info);
 
 // Transaction messages of the store -----------------------------------------------------------------
 
@@ -140,25 +140,25 @@ inline constexpr size_t kUcmHeaderSize = offsetof(UcmMessage, payload);
 static_assert(sizeof(UcmMessage) == 24 && kUcmHeaderSize == 20);
 
 /// Bytes of a request. @return 24.
-int ucm_ui_req_msg_size();
+[[nodiscard]] int ucm_ui_req_msg_size();
 
 // Requests: each sets type and payload length (and its one value) and leaves the rest. All return 0.
-int ucm_ui_req_trans_begin(UcmMessage *msg, uint32_t arg);
-int ucm_ui_req_trans_commit(UcmMessage *msg, uint32_t transId);
-int ucm_ui_req_trans_withdraw(UcmMessage *msg, uint32_t transId);
-int ucm_ui_req_type_513(UcmMessage *msg);
-int ucm_ui_req_type_514(UcmMessage *msg);
-int ucm_ui_req_type_515(UcmMessage *msg);
-int ucm_ui_req_type_516(UcmMessage *msg);
-int ucm_ui_req_type_517(UcmMessage *msg);
+[[nodiscard]] int ucm_ui_req_trans_begin(UcmMessage *msg, uint32_t arg);
+[[nodiscard]] int ucm_ui_req_trans_commit(UcmMessage *msg, uint32_t transId);
+[[nodiscard]] int ucm_ui_req_trans_withdraw(UcmMessage *msg, uint32_t transId);
+[[nodiscard]] int ucm_ui_req_type_513(UcmMessage *msg);
+[[nodiscard]] int ucm_ui_req_type_514(UcmMessage *msg);
+[[nodiscard]] int ucm_ui_req_type_515(UcmMessage *msg);
+[[nodiscard]] int ucm_ui_req_type_516(UcmMessage *msg);
+[[nodiscard]] int ucm_ui_req_type_517(UcmMessage *msg);
 
 /// Checks a response of `len` bytes. A short one is reported on standard output.
 /// @return 0 for a complete response of success; -1000 otherwise.
-int ucm_ui_resp_check_result(const UcmMessage *msg, uint32_t len);
+[[nodiscard]] int ucm_ui_resp_check_result(const UcmMessage *msg, uint32_t len);
 
 // Payload of a checked response; all return 0.
-int ucm_ui_resp_get_transId(const UcmMessage *msg, uint32_t *out);
-int ucm_ui_resp_get_u32(const UcmMessage *msg, uint32_t *out);
-int ucm_ui_resp_get_u32_2(const UcmMessage *msg, uint32_t *out);
+[[nodiscard]] int ucm_ui_resp_get_transId(const UcmMessage *msg, uint32_t *out);
+[[nodiscard]] int ucm_ui_resp_get_u32(const UcmMessage *msg, uint32_t *out);
+[[nodiscard]] int ucm_ui_resp_get_u32_2(const UcmMessage *msg, uint32_t *out);
 /// @param size  bytes of dst, including the terminator; a longer text is cut.
-int ucm_ui_resp_get_str(const UcmMessage *msg, char *dst, size_t size);
+[[nodiscard]] int ucm_ui_resp_get_str(const UcmMessage *msg, char *dst, size_t size);

@@ -222,7 +222,7 @@ void checkFwVerResultHandle(int32_t result, const char *response) {
         cloud_setFirmwareDownloadStatus(outcome == Outcome::kFailed ? kFwCheckFailed : kFwChecked, 0);
     }
     if (outcome == Outcome::kUpToDate) {
-        cloud_setOldFwInfo();
+        static_cast<void>(cloud_setOldFwInfo());  // the store keeps what it had
     }
 }
 

@@ -25,4 +25,4 @@ static_assert(kGetBindStatus == 18);
 /// Runs one account command.
 /// @param arg1, arg2  its arguments as they stand on the command line; null when not given.
 /// @return the command's result; 0 for an unknown code.
-int cloud_accountTask(int code, char *arg1, char *arg2);
+[[nodiscard]] int cloud_accountTask(int code, char *arg1, char *arg2);

@@ -14,4 +14,4 @@ enum LocalMessage : unsigned int {
 /// that is held (logged) keeps the command from running. Results go to the status file.
 /// @param code  a LocalMessage; anything else is logged.
 /// @return a value without meaning.
-int cloud_localMsgTask(unsigned int code);
+[[nodiscard]] int cloud_localMsgTask(unsigned int code);

@@ -95,7 +95,7 @@ TEST(UserConfig, AllFieldsMayBeAbsent) {
 TEST(UserConfig, SingleRecordsGoThereAndBack) {
     Device device;
     LoginInfo login{2, "bob@example.com"};
-    cloud_setLoginInfo(&login);
+    EXPECT_EQ(cloud_setLoginInfo(&login), 1);
     EXPECT_EQ(record(0x120002, 130), field(std::string("\2") + "bob@example.com", 130));
     AccountList account{5, "alice", "cipher", ""};
     cloud_insertAccount(&account);
@@ -112,8 +112,8 @@ TEST(UserConfig, SingleRecordsGoThereAndBack) {
     EXPECT_EQ(read.count, 0);
     EXPECT_STREQ(read.userName, "");
 
-    cloud_setLoginInfo(nullptr);
-    cloud_getLoginInfo(nullptr);
+    EXPECT_EQ(cloud_setLoginInfo(nullptr), 0);
+    EXPECT_EQ(cloud_getLoginInfo(nullptr), 0);
     cloud_setDeviceStatus(nullptr);
     cloud_getDeviceStatus(nullptr);
     cloud_setDeviceInfo(nullptr);
@@ -188,7 +188,7 @@ TEST(UserConfig, TransactionResponsesAreChecked) {
     char text[16];
     EXPECT_EQ(ucm_ui_resp_get_str(&response.head, text, sizeof text), 0);
     EXPECT_STREQ(text, "abcdefgh");
-    ucm_ui_resp_get_str(&response.head, text, 4);
+    EXPECT_EQ(ucm_ui_resp_get_str(&response.head, text, 4), 0);
     EXPECT_STREQ(text, "abc");
     uint32_t word = 0;
     EXPECT_EQ(ucm_ui_resp_get_transId(&response.head, &word), 0);
