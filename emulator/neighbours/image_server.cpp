@@ -229,6 +229,12 @@ std::string ImageServer::url(std::string_view path) const {
 void ImageServer::put(const std::string &path, std::string content) {
     const std::lock_guard lock(mutex_);
     contents_[path] = std::make_shared<const std::string>(std::move(content));
+    to_be_made_.erase(path);
+}
+
+void ImageServer::put_later(const std::string &path, std::function<std::string()> make) {
+    const std::lock_guard lock(mutex_);
+    to_be_made_[path] = std::move(make);
 }
 
 void ImageServer::set_rules(const json &rules) {
@@ -283,7 +289,7 @@ void ImageServer::_serve(Descriptor client) {
         while (connection.wait() && connection.read_request(request) && _answer(connection, request)) {
             request = {};
         }
-    } catch (const json::exception &error) {
+    } catch (const std::exception &error) {  // a rule of a wrong kind, content that cannot be made
         journal_.add_scenario_error({{"text", error.what()}});
     }
 }
@@ -305,6 +311,9 @@ json ImageServer::_faults(const Request &request) {
 
 ImageServer::Content ImageServer::_content(const std::string &path) {
     const std::lock_guard lock(mutex_);
+    if (const auto made = to_be_made_.extract(path)) {
+        contents_[path] = std::make_shared<const std::string>(made.mapped()());
+    }
     const auto found = contents_.find(path);
     return found == contents_.end() ? nullptr : found->second;
 }

@@ -18,6 +18,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -54,6 +55,9 @@ public:
     /// Puts content at a path ("/fw.bin"), replacing what was there.
     void put(const std::string &path, std::string content);
 
+    /// The same with content that is made, once, when it is first asked for, in a thread of the server's.
+    void put_later(const std::string &path, std::function<std::string()> make);
+
     /// Replaces the rules; counters of nth begin anew.
     /// @throws std::invalid_argument  a rule has a name or a value that no rule has.
     void set_rules(const json &rules);
@@ -83,9 +87,10 @@ private:
     Descriptor stop_;  // readable once the server ends
     int port_ = 0;
     std::mutex mutex_;
-    std::map<std::string, Content> contents_;  // under mutex_
-    std::vector<Rule> rules_;                  // under mutex_
-    std::list<Served> connections_;            // of the acceptor alone until it ends
+    std::map<std::string, Content> contents_;                         // under mutex_
+    std::map<std::string, std::function<std::string()>> to_be_made_;  // under mutex_
+    std::vector<Rule> rules_;                                         // under mutex_
+    std::list<Served> connections_;                                   // of the acceptor alone until it ends
     std::thread acceptor_;
 };
 

@@ -1,8 +1,12 @@
 #include "front.h"
 
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -10,14 +14,12 @@
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <thread>
 
 #include "firmware.h"
 
 namespace {
 
 constexpr int kNoCommand = 127;
-constexpr std::chrono::milliseconds kLookEvery{50};
 constexpr std::chrono::seconds kLastScripts{2};  // that a command may have left in the background
 
 std::atomic<pid_t> g_command{0};
@@ -28,7 +30,18 @@ void _hand_on(int signal) {
     }
 }
 
-// Runs a command on this terminal, as a shell would.
+// Returns when the command has ended, which leaves it to be waited for, or when the device is to restart.
+void _await_end(pid_t command) {
+    const emulator::Descriptor ended(static_cast<int>(syscall(SYS_pidfd_open, command, 0)));
+    const emulator::RestartWatch restart;
+    std::array<pollfd, 2> ends{{{ended.get(), POLLIN, 0}, {restart.fd(), POLLIN, 0}}};
+    while (!restart.due()) {
+        if (poll(ends.data(), ends.size(), -1) > 0 && ends[0].revents != 0) {
+            return;
+        }
+    }
+}
+
 }  // namespace
 
 int emulator::run_in_front(Device &device, std::vector<std::string> words) {
@@ -43,20 +56,14 @@ int emulator::run_in_front(Device &device, std::vector<std::string> words) {
         return kNoCommand;
     }
     g_command = pid;
-    // A device that restarts takes what runs in front with it.
-    std::thread power([pid] {
-        while (g_command == pid && !Device::restart_due()) {
-            std::this_thread::sleep_for(kLookEvery);
-        }
-        if (g_command == pid) {
-            kill(pid, SIGKILL);
-        }
-    });
+    _await_end(pid);
+    g_command = 0;
+    if (Device::restart_due()) {
+        kill(pid, SIGKILL);  // a device that restarts takes what runs in front with it
+    }
     int status = 0;
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
-    g_command = 0;
-    power.join();
     if (WIFEXITED(status)) {
         device.settle(kLastScripts);
     }

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/inotify.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -180,14 +181,28 @@ void Device::restart() {
 }
 
 void Device::await_restart() {
-    const auto deadline = std::chrono::steady_clock::now() + kWatchdog;
-    while (!restart_due()) {
-        if (std::chrono::steady_clock::now() > deadline) {
+    const RestartWatch watch;
+    pollfd change{watch.fd(), POLLIN, 0};
+    while (!watch.due()) {
+        constexpr std::chrono::milliseconds kLimit(kWatchdog);
+        if (poll(&change, 1, kLimit.count()) == 0) {
             throw std::runtime_error("no restart. The journal:\n" + journal_.text());
         }
-        std::this_thread::sleep_for(kSettleStep);
     }
     restart();
+}
+
+RestartWatch::RestartWatch() : fd_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
+    if (!fd_.ok() || inotify_add_watch(fd_.get(), kFlashPath, IN_CREATE | IN_MOVED_TO) < 0) {
+        throw std::system_error(errno, std::generic_category(), kFlashPath);
+    }
+}
+
+bool RestartWatch::due() const {
+    alignas(inotify_event) std::array<char, 4096> events{};
+    while (read(fd_.get(), events.data(), events.size()) > 0) {
+    }
+    return Device::restart_due();
 }
 
 // Called by the collector and by whoever wants to see everything that was written before.

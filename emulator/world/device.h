@@ -90,6 +90,19 @@ private:
     std::thread collector_;
 };
 
+/// Tells when a restart is due without looking again and again.
+class RestartWatch {
+public:
+    /// @throws std::system_error  the flash cannot be watched.
+    RestartWatch();
+    /// Readable when due() is to be asked anew.
+    [[nodiscard]] int fd() const { return fd_.get(); }
+    [[nodiscard]] bool due() const;
+
+private:
+    Descriptor fd_;
+};
+
 /// The words that start the program under test (see Device::run).
 [[nodiscard]] std::vector<std::string> cloud_msg_command();
 

@@ -7,10 +7,14 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
+
+#include "namespace.h"
+#include "process.h"
 
 namespace emulator {
 namespace {
@@ -21,7 +25,6 @@ constexpr std::chrono::seconds kStuck{60};
 constexpr std::array kLockPaths{"/tmp/cloud_dl_img.lock", "/tmp/cloud_up_img.lock"};
 constexpr int kAsking = 4;
 constexpr int kBarWidth = 40;
-constexpr const char *kImagePath = "/tmp/offered.img";
 
 struct State {
     int number;
@@ -72,18 +75,25 @@ const State *_find(int number) {
     return nullptr;
 }
 
-}  // namespace
-
-void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payload_bytes) {
+std::string _make_image(const std::string &version, size_t payload_bytes) {
+    const std::string path = std::string(kPrivateFolder) + "/offered.img";
     const Run run = Process({"cloud_image", "make", "--version", version, "--size",
-                             std::to_string(payload_bytes), "-o", kImagePath})
+                             std::to_string(payload_bytes), "-o", path})
                         .wait();
     if (run.status != 0) {
         throw std::runtime_error("cloud_image: " + run.err);
     }
+    std::string image(std::filesystem::file_size(path), '\0');
+    std::ifstream(path, std::ios::binary).read(image.data(), std::ssize(image));
+    unlink(path.c_str());
+    return image;
+}
+
+}  // namespace
+
+void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payload_bytes) {
     const std::string name = "/re_" + version.substr(0, version.find(' '));
-    server.put(name + ".bin", _content(kImagePath));
-    unlink(kImagePath);
+    server.put_later(name + ".bin", [version, payload_bytes] { return _make_image(version, payload_bytes); });
     device.cloud().change({{"firmware", json::array({{{"fwType", 2},
                                                       {"fwVer", version},
                                                       {"fwReleaseDate", "2021-06-11"},

@@ -16,9 +16,8 @@ namespace emulator {
 inline constexpr const char *kStatusPath = "/tmp/cloud.info";
 inline constexpr const char *kNewVersion = "1.0.7 Build 20210611 Rel.51820";
 
-/// Makes an image of a version (by `cloud_image`), puts it on the server and has the cloud offer it as
-/// its only firmware.
-/// @throws std::runtime_error  the image cannot be made.
+/// Has the cloud offer an image of a version as its only firmware. The server has it made, by `cloud_image`,
+/// when it is first asked for.
 void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payload_bytes);
 
 /// Makes the status file as the web interface does.
