@@ -1,8 +1,9 @@
 /* The device configuration store, as the platform offers it (libwrapper.so).
  *
- * Records are fixed layouts in the device's byte order, addressed by object id; the ids and the
- * layouts that cloud_msg uses are in src/device/cloud_userConfig.h. Every function may be called by
- * several processes at once; within one process, by one thread at a time. Nothing here logs. */
+ * Records are fixed layouts in the device's byte order, addressed by object id; docs/platform.md lists
+ * the ids, layouts and commands that cloud_msg uses. Every function may be called by several processes
+ * at once; within one process by one thread at a time, which also has the one open transaction. No
+ * function writes to standard output or error. */
 #ifndef PLATFORM_WRAPPER_H
 #define PLATFORM_WRAPPER_H
 

@@ -15,13 +15,16 @@ namespace cloud_account {
 [[nodiscard]] int32_t _parse_rmuser_result(const char *response, const char *unused);
 /// 0 for every answer with an error code, whatever it is: the cloud was reached.
 [[nodiscard]] int32_t _parse_online_result(const char *response, const char *unused);
-/// Stores role and user name of a successful login.
+/// Stores role and user name of a successful login; _login_was_stored tells whether that reached the store.
 [[nodiscard]] int32_t _parse_login_result(const char *response, const char *user);
-/// Whether that reached the store.
+/// Whether the login of this process reached the store.
 [[nodiscard]] bool _login_was_stored();
-/// Writes "/tmp/cloud.token" and starts the script that deletes it when the token expires.
+/// Writes "/tmp/cloud.token" and starts the script that deletes it when the token expires; an expiry too long
+/// for the script's command starts none (logged). 0 for every complete answer: that the file could not be
+/// written is not told.
 [[nodiscard]] int32_t _parse_token_result(const char *response, const char *unused);
-/// Caches any JSON answer under the method's name. -7004 when there is nothing to cache.
+/// Caches any JSON answer under the method's name, where that can name a file. 0, also where it was not
+/// cached; -1 for no answer, no method, or an answer that is no JSON (logged).
 [[nodiscard]] int32_t _parse_passthrough_result(const char *response, const char *method);
 
 }  // namespace cloud_account

@@ -16,6 +16,8 @@
 /// A text of which this does not fit a buffer is too long for it; one that fits and fails is malformed.
 [[nodiscard]] int64_t b64_decodedSize(const char *src);
 
+// For other programs of the device; no command calls what follows.
+
 /// Encodes bytes. @param dstlen  bytes of dst with room for the terminator, above 0; srclen not negative
 /// (else the program stops).
 /// @return characters before the terminator; 0 for a null src; -1 when dst is too small.

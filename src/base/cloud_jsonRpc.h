@@ -12,10 +12,6 @@
 /// @return a text that belongs to the tree; null when absent, or for a null argument (logged).
 [[nodiscard]] char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
 
-/// The member `name` of element `index` of an array, as above.
-/// @return a text that belongs to the tree; null when absent, or when there is no such element (logged).
-[[nodiscard]] char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);
-
 /// The value of one item as text: a string's content, a number in decimals (integers without a fraction), an
 /// array or object as unformatted JSON. Booleans, null, numbers beyond all bounds and those between -1 and 1
 /// other than 0 have none: read as a whole number they would be 0, which means success.
@@ -37,3 +33,9 @@ enum JsonType {
 
 /// The type of an item. @return a JsonType; kJsonInvalid for a null item.
 [[nodiscard]] int cJSON_GetJsonObjType(cJSON *item);
+
+// For other programs of the device; no command calls what follows.
+
+/// The member `name` of element `index` of an array, as above.
+/// @return a text that belongs to the tree; null when absent, or when there is no such element (logged).
+[[nodiscard]] char *cloud_getValueFromArrayJsonObj(cJSON *pJsonArrayObj, int index, const char *name);

@@ -21,11 +21,8 @@ inline constexpr size_t kConsoleMessageMax = 4904;
 #define CLOUD_BUILD_TIME __TIME__
 #endif
 
-/// Writes a formatted message and a newline to the console.
+/// Writes a formatted message and a newline to the console, for logs with a prefix of their own.
 /// @return 0; -1 when the console cannot be written (no caller needs it).
-int cloud_util_printf(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-
-/// The same for a list of arguments, for logs with a prefix of their own.
 int cloud_util_vprintf(const char *fmt, va_list arguments) __attribute__((format(printf, 1, 0)));
 
 /// What CLOUD_LOG does. Its three console messages (prefix, text, empty line) go out in one write: they cost
@@ -57,6 +54,14 @@ void cstr_strncpy(char *dest, const char *src, size_t n);
 ///         that ends in a slash or whose only slash comes first (logged, except for null).
 [[nodiscard]] const char *cloud_getFilename(const char *url);
 
+/// Sleeps whole seconds, signals notwithstanding. @return 0.
+int cloud_sleep(unsigned int seconds);
+
+// For other programs of the device; no command calls what follows.
+
+/// cloud_util_vprintf with its arguments in place.
+int cloud_util_printf(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+
 /// Reads the value of one "key=value" line of a text (the key in any letter case, at a line start).
 /// @param fmt  a scanf format of one conversion. "%s" takes the rest of the line; "%c" gives the digit's
 ///             value. @param out  receives the conversion; big enough for it.
@@ -70,9 +75,6 @@ void cloud_replaceNewlineWithHtmlBR(const char *rawStr, char *dstStr, size_t siz
 
 /// Copies src to dst (zeroed by the caller, `size` bytes) with each `pattern` turned into "<br/>".
 void cloud_replaceStrWithHtmlBR(char *src, const char *pattern, char *dst, size_t size);
-
-/// Sleeps whole seconds, signals notwithstanding. @return 0.
-int cloud_sleep(unsigned int seconds);
 
 /// Destroys a copy of a semaphore; the caller's own stays as it is. @return 1.
 int cloud_semDestroy(sem_t sem);

@@ -101,7 +101,6 @@ void cloud_getDeviceStatus(DeviceStatus *status);
 void cloud_setDeviceInfo(DeviceInfo *info);
 void cloud_getDeviceInfo(DeviceInfo *info);
 void cloud_insertAccount(AccountList *list);
-void cloud_removeAccount(AccountList *list);
 void cloud_getAccount(AccountList *list);
 void cloud_delallAccount();
 
@@ -123,6 +122,10 @@ void cloud_clearFwUpInfo();
 /// or no texts are left out.
 /// @return 1; 0 when an identity file cannot be read (logged); what was read before stays.
 [[nodiscard]] int cloud_getCheckFwVerInfo(CheckInfo *info);
+
+// For other programs of the device; no command calls what follows.
+
+void cloud_removeAccount(AccountList *list);  // a single record, as above
 
 // Transaction messages of the store -----------------------------------------------------------------
 

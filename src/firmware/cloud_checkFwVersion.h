@@ -25,11 +25,15 @@ void checkFwVerResultHandle(int32_t result, const char *response);
 /// @return 1 when it was sent and answered, whatever the answer; 0 otherwise.
 [[nodiscard]] int checkFwVerFromCloud(int byUser);
 
-/// The check that a user asked for, and the automatic one.
-[[nodiscard]] int cloud_userCheckFwVerFromCloud();
-[[nodiscard]] int cloud_autoCheckFwVerFromCloud();
-
 /// Asks for the list and stores what it offers; the status file stays alone.
 /// @return 0 when sent and answered, whatever the answer; the negative code of a failed sending; -1 when
 ///         the request could not be made.
 [[nodiscard]] int cloud_msg_getFwList();
+
+/// The check that a user asked for.
+[[nodiscard]] int cloud_userCheckFwVerFromCloud();
+
+// For other programs of the device; no command calls what follows.
+
+/// The automatic check.
+[[nodiscard]] int cloud_autoCheckFwVerFromCloud();

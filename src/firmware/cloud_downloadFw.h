@@ -23,6 +23,8 @@ extern constinit uint16_t g_fwDownloadFlag;  // NOLINT(bugprone-dynamic-static-i
 /// The same without the wait. @return 0; -1 on failure (logged).
 [[nodiscard]] int downloadFwByHttpClient(DownloadInfo *downloadInfo);
 
+// For other programs of the device; no command calls what follows.
+
 /// Bytes of the firmware image buffer: 10 MiB and 260.
 [[nodiscard]] size_t cmem_getUpdateBufSize();
 

@@ -34,6 +34,8 @@ int downloadHandler();
 /// Fetches an entry's resource. @return 1; 0 on failure (logged).
 [[nodiscard]] int downloadFromCloud(DownloadEntry *entry);
 
-/// Clears the entry and starts a thread that runs the handler once. No command calls it.
+// For other programs of the device; no command calls what follows.
+
+/// Clears the entry and starts a thread that runs the handler once.
 /// @return 1; 0 on failure (logged).
 [[nodiscard]] int cloud_initPthreadDownloadHandler();

@@ -41,5 +41,7 @@ extern constinit HttpClientFileInfo
 /// @return bytes that the file holds now; fewer than given end the transfer.
 [[nodiscard]] size_t getWriteData(char *data, size_t size, size_t count, void *stream);
 
+// For other programs of the device; no command calls what follows.
+
 /// @param sizeOut  receives bytes, UINT32_MAX at most. @return 0; -1 when there is no such file (logged).
 [[nodiscard]] int getLocalFileLen(const char *path, uint32_t *sizeOut);

@@ -29,10 +29,11 @@ int cloud_upgradeFirmware(int reserved);
 ///         when the image or the upgrade was refused; the store's code when there is no transaction.
 [[nodiscard]] int cloud_updateFirmware(int reserved, uint32_t imageLength);
 
-/// Repairs the link to the cloud. @return 1 when it is up and carries; 0 otherwise. No command calls it.
+// For other programs of the device; no command calls what follows.
+
+/// Repairs the link to the cloud. @return 1 when it is up and carries; 0 otherwise.
 [[nodiscard]] int reconnCloudSrvHandler();
 
-/// Handlers for messages that need no action: one answers that it is done, the other that it is not. No
-/// command calls them.
+/// Handlers for messages that need no action: one answers that it is done, the other that it is not.
 int fwDoneMsgHandler();
 int fwNotDoneMsgHandler();

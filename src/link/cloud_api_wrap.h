@@ -38,6 +38,8 @@ inline constexpr int kPathGood = 2;
 /// @return what the broker answers.
 int32_t cloud_wrap_set_connection_mode(int32_t mode);
 
+// For other programs of the device; no command calls what follows.
+
 /// Sends a request that no cloud serves and looks for the cloud's own refusal of it.
 /// @param timeoutS  seconds to wait for it. @return 1 when it came; 0 otherwise.
 [[nodiscard]] int testCloudSrvConnection(int32_t timeoutS);

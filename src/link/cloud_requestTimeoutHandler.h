@@ -15,9 +15,6 @@ enum RequestType : int {
 /// as one of those.
 void cloud_handleTimeout(int type);
 
-/// Starts counting anew: one kind, or all of them (logged) when `type` is none of the three.
-void cloud_initReqTimeoutCount(int type);
-
 /// Counts one time-out of a kind; at the second in a row (byUser not 0) or the third (0) the broker is
 /// asked to rebuild its link. The count starts anew when the broker agrees; otherwise (logged) the next
 /// time-out asks again. A type outside RequestType does nothing.
@@ -28,3 +25,8 @@ void requestTimeoutCount(int type, int byUser);
 void cloudCheckFwExpired();
 void cloudDownloadFwExpired();
 void notifyEventExpired();
+
+// For other programs of the device; no command calls what follows.
+
+/// Starts counting anew: one kind, or all of them (logged) when `type` is none of the three.
+void cloud_initReqTimeoutCount(int type);
