@@ -49,12 +49,17 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 set(CMAKE_C_FLAGS_INIT "${DEVICE_FLAGS}")
 set(CMAKE_CXX_FLAGS_INIT "${DEVICE_FLAGS}")
 # The program is optimised as one unit, with a section for each function, so that its pieces can be put
-# in order. DEVICE_EXTRA_LINK: for those who link differently (bench/footprint).
+# in order: that of the list, made into the linker's form. DEVICE_EXTRA_LINK: for those who link differently (bench/footprint).
 set(DEVICE_EXTRA_LINK "" CACHE STRING "More flags for linking programs")
+set(DEVICE_LAYOUT_LIST ${CMAKE_CURRENT_LIST_DIR}/device_layout.txt)
+set(DEVICE_LAYOUT ${CMAKE_BINARY_DIR}/device_layout.ld)
+execute_process(COMMAND ${CMAKE_CURRENT_LIST_DIR}/device_layout.sh ${DEVICE_LAYOUT_LIST}
+                OUTPUT_FILE ${DEVICE_LAYOUT} COMMAND_ERROR_IS_FATAL ANY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${DEVICE_LAYOUT_LIST})
 set(CMAKE_EXE_LINKER_FLAGS_INIT
     "${DEVICE_ALL_LINK_FLAGS} -flto-partition=one -ffunction-sections -fdata-sections \
--Wl,-T,${CMAKE_CURRENT_LIST_DIR}/device_layout.ld ${DEVICE_EXTRA_LINK}")
-set(CLOUD_LINK_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/device_layout.ld)
+-Wl,-T,${DEVICE_LAYOUT} ${DEVICE_EXTRA_LINK}")
+set(CLOUD_LINK_DEPENDS ${DEVICE_LAYOUT})
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${DEVICE_ALL_LINK_FLAGS}")
 
 # reference/ comes first: what asks for mbedcrypto or SQLite by name is the reference platform.
