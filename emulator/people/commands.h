@@ -12,5 +12,6 @@ void add_run(CLI::App &app, int &status);
 void add_shell(CLI::App &app, int &status);
 void add_demo(CLI::App &app, int &status);
 void add_progress(CLI::App &app, int &status);
+void add_cost(CLI::App &app, int &status);
 
 }  // namespace emulator

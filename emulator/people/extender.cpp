@@ -9,7 +9,7 @@
 namespace {
 
 constexpr auto kCommands = {emulator::add_run, emulator::add_shell, emulator::add_demo,
-                            emulator::add_progress};
+                            emulator::add_progress, emulator::add_cost};
 
 }  // namespace
 

@@ -70,14 +70,19 @@ int emulator::in_device(const Setting &setting,
     return work(sink.get(), scenario, cloud);
 }
 
+int emulator::at_work(std::FILE *journal, const json &scenario, const json &cloud,
+                      const std::function<int(Device &)> &work) {
+    Device device(scenario, cloud, journal);
+    const auto server = make_image_server(device.journal(), scenario.value("image", json::object()));
+    if (!cloud.contains("firmware")) {
+        offer_firmware(device, *server, kNewVersion, kImageBytes);
+    }
+    put_status_file();
+    return work(device);
+}
+
 int emulator::with_device(const Setting &setting, const std::function<int(Device &)> &work) {
     return in_device(setting, [&work](std::FILE *sink, const json &scenario, const json &cloud) {
-        Device device(scenario, cloud, sink);
-        const auto server = make_image_server(device.journal(), scenario.value("image", json::object()));
-        if (!cloud.contains("firmware")) {
-            offer_firmware(device, *server, kNewVersion, kImageBytes);
-        }
-        put_status_file();
-        return work(device);
+        return at_work(sink, scenario, cloud, work);
     });
 }

@@ -33,8 +33,12 @@ void add_device_options(CLI::App &command, Setting &setting);
     const Setting &setting,
     const std::function<int(std::FILE *, const json &scenario, const json &cloud)> &work);
 
-/// As above, with a device at work: its neighbours, an image that the cloud offers (where the document of the
-/// cloud names no firmware of its own) and the status file.
+/// In the private world, has work done on a fresh device that is at work itself: its neighbours, an image
+/// that the cloud offers (where the document of the cloud names no firmware of its own) and the status file.
+[[nodiscard]] int at_work(std::FILE *journal, const json &scenario, const json &cloud,
+                          const std::function<int(Device &)> &work);
+
+/// Both of it.
 [[nodiscard]] int with_device(const Setting &setting, const std::function<int(Device &)> &work);
 
 }  // namespace emulator

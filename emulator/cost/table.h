@@ -1,0 +1,12 @@
+// A cost (cost.h) as a table for people.
+#pragma once
+
+#include <iosfwd>
+
+#include "journal.h"
+
+namespace emulator {
+
+void print_cost(std::ostream &out, const json &cost);
+
+}  // namespace emulator
