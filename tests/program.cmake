@@ -6,7 +6,8 @@ cloud_test(
   SOURCES account/bind_test.cpp)
 cloud_test(
   account_test NAMESPACE PROGRAM
-  SOURCES account/account_test.cpp
+  SOURCES account/cloud_accountChannel_test.cpp account/cloud_accountPasswd_test.cpp account/cloud_accountRequest_test.cpp
+          account/cloud_accountResult_test.cpp account/cloud_accountState_test.cpp account/cloud_accountStatus_test.cpp
   LIBS wrapper)
 cloud_test(
   util_test NAMESPACE
