@@ -66,8 +66,11 @@ set(CPACK_DEBIAN_LIBKXCC-DEV_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_COMPONENT_LIBKXCC-DEV_DESCRIPTION "Development files of the client library of the device's cloud broker:
 header, static library, pkg-config and CMake files, manual page.")
 
-file(GLOB MANUAL_PAGES ${PROJECT_SOURCE_DIR}/man/*.1)
-install(FILES ${MANUAL_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+foreach(section 1 5)
+  file(GLOB MANUAL_PAGES ${PROJECT_SOURCE_DIR}/man/*.${section})
+  install(FILES ${MANUAL_PAGES} DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section})
+endforeach()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/emulator/schema DESTINATION ${CMAKE_INSTALL_DATADIR}/cloud-msg)
 
 set(DOC_DIR ${CMAKE_INSTALL_DATADIR}/doc)
 file(GLOB GUIDES ${PROJECT_SOURCE_DIR}/docs/*.md)
