@@ -86,6 +86,14 @@ void _check_rule(const json &rule, const std::string &what) {
     }
 }
 
+// A body in a record. JSON holds no bytes that are no UTF-8, and a replay needs them.
+void _put_body(json &record, const std::string &body) {
+    record["body"] = body;
+    if (valid_utf8(body) != body) {
+        record["body_hex"] = to_hex(body);
+    }
+}
+
 // The bytes of a reply after the faults that the scenario wants in it.
 std::string _faulty_frame(int type, const std::string &body, const json &effects) {
     if (effects.contains("garbage")) {
@@ -200,6 +208,23 @@ void Broker::set_rules(const json &rules) {
     rules_ = std::move(checked);
 }
 
+json Broker::add_rule(const json &rule) {
+    _check_rule(rule, "the rule");
+    const std::lock_guard lock(mutex_);
+    rules_.push_back({rule});
+    json absolute = rule;
+    if (rule.contains("nth") && !rule.contains("connection")) {
+        int nth = rule.at("nth");
+        for (const auto &[event, count] : handled_) {
+            const bool fits =
+                _fits(rule.at("on"), event.first) && rule.value("method", event.second) == event.second;
+            nth += fits ? count : 0;
+        }
+        absolute["nth"] = nth;
+    }
+    return absolute;
+}
+
 int Broker::logic() const {
     const std::lock_guard lock(mutex_);
     return logic_;
@@ -273,11 +298,10 @@ bool Broker::_read_message(Connection &connection, Message &message) {
     }
     message.type = static_cast<int>(decode_number(header.substr(2, 2)));
     message.method = _method_of(message);
-    journal_.add("message", {{"connection", connection.number},
-                             {"from", "client"},
-                             {"type", message.type},
-                             {"name", message_name(message.type)},
-                             {"body", message.body}});
+    json record{{"connection", connection.number}, {"from", "client"}, {"type", message.type}};
+    record["name"] = message_name(message.type);
+    _put_body(record, message.body);
+    journal_.add("message", record);
     return true;
 }
 
@@ -292,6 +316,7 @@ std::string Broker::_method_of(const Message &message) {
 
 json Broker::_effects(const Connection &connection, const Message &message) {
     const std::lock_guard lock(mutex_);
+    ++handled_[{message.type, message.method}];
     json effects = json::object();
     for (Rule &rule : rules_) {
         const json &on = rule.when.at("on");
@@ -432,14 +457,20 @@ int Broker::_link_now() {
 void Broker::_deliver(Connection &connection, int type, const std::string &body, const json &effects) {
     json record{{"connection", connection.number}, {"from", "broker"}, {"type", type}};
     record["name"] = message_name(type);
-    record["body"] = body;
+    _put_body(record, body);
     if (!effects.empty()) {
         record["scripted"] = effects;
     }
     const bool silent = effects.value("silence", false) || effects.value("close", false);
+    std::string bytes = _faulty_frame(type, body, effects);
+    if (!effects.value("hold", false)) {
+        bytes.resize(std::min(bytes.size(), effects.value("close_after", bytes.size())));
+    }
+    if (!effects.empty() && !silent) {
+        record["bytes"] = to_hex(bytes);
+    }
     journal_.add(silent ? "no_reply" : "message", record);
     const std::lock_guard lock(connection.writing);
-    std::string bytes = _faulty_frame(type, body, effects);
     if (effects.value("hold", false)) {
         connection.held += bytes;
         return;
@@ -447,7 +478,6 @@ void Broker::_deliver(Connection &connection, int type, const std::string &body,
     if (silent) {
         bytes.clear();
     }
-    bytes.resize(std::min(bytes.size(), effects.value("close_after", bytes.size())));
     for (int i = effects.value("repeat", 1); i > 0; --i) {
         write_all(connection.fd.get(), bytes);
     }

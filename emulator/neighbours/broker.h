@@ -39,6 +39,11 @@ public:
     /// @throws std::invalid_argument  a rule has a name or a value that no rule has.
     void set_rules(const json &rules);
 
+    /// Adds a rule while clients may be at work; its nth counts from now on.
+    /// @return the rule as a scenario would have it: nth counted from the broker's begin.
+    /// @throws std::invalid_argument  see set_rules.
+    json add_rule(const json &rule);
+
     [[nodiscard]] int logic() const;
     void set_logic(int value);
     [[nodiscard]] int link() const;
@@ -95,6 +100,7 @@ private:
     int next_connection_ = 1;
     std::map<int, Request> requests_;
     std::vector<Rule> rules_;
+    std::map<std::pair<int, std::string>, int> handled_;  // type and method: how many there were
     std::list<Peer> connections_;
     std::thread acceptor_;
 };

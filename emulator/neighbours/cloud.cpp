@@ -179,8 +179,8 @@ constexpr std::array kMethods{
 };
 
 constexpr std::array kModelMembers{
-    Member{"device", Kind::kObject}, Member{"accounts", Kind::kList},  Member{"token", Kind::kObject},
-    Member{"firmware", Kind::kList}, Member{"methods", Kind::kObject},
+    Member{"$schema", Kind::kText}, Member{"device", Kind::kObject}, Member{"accounts", Kind::kList},
+    Member{"token", Kind::kObject}, Member{"firmware", Kind::kList}, Member{"methods", Kind::kObject},
 };
 constexpr std::array kDeviceMembers{Member{"deviceId", Kind::kText}, Member{"owner", Kind::kText},
                                     Member{"users", Kind::kList}, Member{"alias", Kind::kText}};
@@ -265,7 +265,7 @@ void Cloud::change(const json &members) {
     for (const auto &[name, value] : members.items()) {
         if (name == "device" || name == "token") {
             model_[name].update(value);
-        } else {
+        } else if (name != "$schema") {  // for editors
             model_[name] = value;
         }
     }

@@ -28,6 +28,7 @@ namespace {
 constexpr size_t kLongestRequest = 64U << 10U;
 constexpr size_t kPieceBytes = 256U << 10U;
 constexpr size_t kNever = std::numeric_limits<size_t>::max();
+constexpr int kLookEveryMs = 20;
 constexpr int kOk = 200;
 constexpr int kPartial = 206;
 constexpr int kNotFound = 404;
@@ -84,6 +85,15 @@ constexpr std::array kFaultMembers{
 };
 constexpr std::array kTrickleMembers{Member{"bytes", Kind::kNumber, true}, Member{"ms", Kind::kCount, true}};
 
+void _check_rule(const json &rule, const std::string &what) {
+    check_members(rule, kRuleMembers, what);
+    const json &faults = rule.at("do");
+    check_members(faults, kFaultMembers, "\"do\" of " + what);
+    if (faults.contains("trickle")) {
+        check_members(faults.at("trickle"), kTrickleMembers, "\"trickle\" of " + what);
+    }
+}
+
 const char *_reason(int status) {
     switch (status) {
         case kOk:
@@ -104,6 +114,7 @@ const char *_reason(int status) {
 struct ImageServer::Rule {
     json rule;
     int seen = 0;
+    bool added = false;  // while the device runs
 };
 
 struct ImageServer::Request {
@@ -240,17 +251,34 @@ void ImageServer::put_later(const std::string &path, std::function<std::string()
 void ImageServer::set_rules(const json &rules) {
     std::vector<Rule> checked;
     for (const json &rule : rules) {
-        const std::string what = "the image server's rule " + std::to_string(checked.size() + 1);
-        check_members(rule, kRuleMembers, what);
-        const json &faults = rule.at("do");
-        check_members(faults, kFaultMembers, "\"do\" of " + what);
-        if (faults.contains("trickle")) {
-            check_members(faults.at("trickle"), kTrickleMembers, "\"trickle\" of " + what);
-        }
+        _check_rule(rule, "the image server's rule " + std::to_string(checked.size() + 1));
         checked.push_back({rule});
     }
     const std::lock_guard lock(mutex_);
     rules_ = std::move(checked);
+}
+
+void ImageServer::add_rule(const json &rule) {
+    _check_rule(rule, "the image server's rule");
+    const std::lock_guard lock(mutex_);
+    rules_.insert(rules_.begin(), {rule, 0, true});
+}
+
+void ImageServer::clear_added_rules() {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(rules_, [](const Rule &rule) { return rule.added; });
+}
+
+size_t ImageServer::largest() {
+    const std::lock_guard lock(mutex_);
+    for (const auto &[path, make] : std::exchange(to_be_made_, {})) {
+        contents_[path] = std::make_shared<const std::string>(make());
+    }
+    size_t size = 0;
+    for (const auto &[path, content] : contents_) {
+        size = std::max(size, content->size());
+    }
+    return size;
 }
 
 void ImageServer::_accept_loop() {
@@ -358,7 +386,8 @@ ImageServer::Response ImageServer::_make_response(const Request &request, const 
 }
 
 // Sends a body in the way that the rule wants. @return bytes that went out.
-size_t ImageServer::_send_body(Connection &connection, std::string_view body, const json &faults) {
+size_t ImageServer::_send_body(Connection &connection, std::string_view body, const json &faults) const {
+    const int cuts = cuts_;
     const size_t stall_after = faults.value("stall_after", kNever);
     const json trickle = faults.value("trickle", json{{"bytes", kPieceBytes}, {"ms", 0}});
     const size_t piece_bytes = std::max(trickle.at("bytes").get<size_t>(), size_t{1});
@@ -366,6 +395,11 @@ size_t ImageServer::_send_body(Connection &connection, std::string_view body, co
     const std::string_view all = body.substr(0, std::min(stall_after, faults.value("drop_after", kNever)));
     size_t sent = 0;
     while (sent < all.size()) {
+        while (stalled_ && cuts == cuts_ && connection.rest(kLookEveryMs)) {
+        }
+        if (cuts != cuts_) {
+            return sent;
+        }
         const std::string_view piece = all.substr(sent, piece_bytes);
         if (!connection.write(piece)) {
             return sent;

@@ -62,6 +62,20 @@ public:
     /// @throws std::invalid_argument  a rule has a name or a value that no rule has.
     void set_rules(const json &rules);
 
+    /// Adds a rule that holds before all others; its nth counts from now on.
+    /// @throws std::invalid_argument  see set_rules.
+    void add_rule(const json &rule);
+    /// Takes away what was added.
+    void clear_added_rules();
+
+    /// Ends every transfer that is at work.
+    void cut() { ++cuts_; }
+    /// true: all transfers stop where they are, until false.
+    void stall(bool value) { stalled_ = value; }
+
+    /// Bytes of the largest content.
+    [[nodiscard]] size_t largest();
+
 private:
     struct Rule;
     struct Request;
@@ -77,7 +91,7 @@ private:
     void _serve(Descriptor client);
     [[nodiscard]] bool _answer(Connection &connection, const Request &request);
     [[nodiscard]] Response _make_response(const Request &request, const json &faults);
-    [[nodiscard]] static size_t _send_body(Connection &connection, std::string_view body, const json &faults);
+    [[nodiscard]] size_t _send_body(Connection &connection, std::string_view body, const json &faults) const;
     [[nodiscard]] json _faults(const Request &request);
     [[nodiscard]] Content _content(const std::string &path);
 
@@ -86,6 +100,8 @@ private:
     Descriptor listening_;
     Descriptor stop_;  // readable once the server ends
     int port_ = 0;
+    std::atomic<int> cuts_ = 0;
+    std::atomic<bool> stalled_ = false;
     std::mutex mutex_;
     std::map<std::string, Content> contents_;                         // under mutex_
     std::map<std::string, std::function<std::string()>> to_be_made_;  // under mutex_

@@ -13,5 +13,9 @@ void add_shell(CLI::App &app, int &status);
 void add_demo(CLI::App &app, int &status);
 void add_progress(CLI::App &app, int &status);
 void add_cost(CLI::App &app, int &status);
+void add_show(CLI::App &app, int &status);
+void add_exec(CLI::App &app, int &status);
+void add_inject(CLI::App &app, int &status);
+void add_state(CLI::App &app, int &status);
 
 }  // namespace emulator

@@ -136,10 +136,11 @@ int _cost(Wish wish) {
         }
         std::vector<json> costs;
         for (const Entry &entry : entries) {
-            static_cast<void>(emulator::at_work(sink, scenario, cloud, [&](emulator::Device &device) {
-                costs.push_back(_measure(device, wish, entry));
-                return 0;
-            }));
+            static_cast<void>(emulator::at_work(sink, scenario, cloud,
+                                                [&](emulator::Device &device, emulator::ImageServer &) {
+                                                    costs.push_back(_measure(device, wish, entry));
+                                                    return 0;
+                                                }));
         }
         return _report(wish, entries, costs) ? 0 : kOver;
     });

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "control_socket.h"
 #include "demo_step.h"
 #include "image_server.h"
 #include "setting.h"
@@ -119,12 +120,15 @@ Steps _unbinding_steps() {
 }
 
 // @return 0; 1 when a step did not end as expected (which is shown).
-int _play(std::FILE *sink) {
-    std::cout << "An emulated extender. $: typed on it. -->, <--: between cloud_msg and the broker,\n"
-                 "a poll that is repeated shown once.\n";
+int _play(std::FILE *sink, const std::string &name) {
+    std::cout
+        << "An emulated extender. $: typed on it. Below it, who said what to whom; what repeats is shown "
+           "once.\n";
     Device device({{"rules", {{{"on", "request"}, {"method", "bindDevice"}, {"do", {{"pending", 1}}}}}}}, {},
                   sink);
     ImageServer server(device.journal());
+    Control control(device, server);
+    const ControlSocket socket(control, name);
     std::ptrdiff_t failed = 0;
     for (const Steps &chapter :
          {_binding_steps(), _service_steps(), _unbinding_steps(), download_steps(server), update_steps()}) {
@@ -144,7 +148,9 @@ void add_demo(CLI::App &app, int &status) {
     CLI::App *command = app.add_subcommand("demo", "Plays the life of a device, step by step.");
     add_journal_option(*command, *setting);
     command->callback([setting, &status] {
-        status = in_device(*setting, [](std::FILE *sink, const json &, const json &) { return _play(sink); });
+        status = in_device(*setting, [&](std::FILE *sink, const json &, const json &) {
+            return _play(sink, setting->name);
+        });
     });
 }
 

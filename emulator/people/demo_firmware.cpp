@@ -7,6 +7,7 @@
 
 #include "demo_step.h"
 #include "firmware.h"
+#include "progress.h"
 
 namespace emulator {
 namespace {

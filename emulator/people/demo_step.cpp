@@ -1,9 +1,13 @@
 #include "demo_step.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <iostream>
 #include <iterator>
 #include <sstream>
+
+#include "sequence_text.h"
 
 namespace emulator {
 namespace {
@@ -30,55 +34,28 @@ std::string _shortened(const std::string &text, size_t width) {
     return text.size() <= width ? text : text.substr(0, width) + "... (" + std::to_string(text.size()) + ")";
 }
 
-// What a message carries: the text inside, where it only wraps one.
-std::string _content(const std::string &body) {
-    const json parsed = json::parse(body, nullptr, false);
-    for (const char *name : {"request", "response"}) {
-        if (parsed.is_object() && parsed.contains(name) && parsed.at(name).is_string()) {
-            return parsed.at(name);
-        }
+// Where a console message comes from is left out, and so is each percent of a download.
+bool _is_news(const json &record) {
+    if (record.at("kind") == "start" || record.at("kind") == "run") {
+        return false;  // shown as it is typed
     }
-    return body;
-}
-
-// A line for a record, or "" for one that is no news.
-std::string _line(const json &record) {
-    const std::string &kind = record.at("kind");
-    const auto text = [&](const char *name) { return record.at(name).get<std::string>(); };
-    if (kind == "message") {
-        return (record.at("from") == "client" ? "--> " : "<-- ") + text("name") + " " +
-               _content(text("body"));
-    }
-    if (kind == "event") {
-        return "the broker is notified of event " + dump(record.at("event"));
-    }
-    if (kind == "script") {
-        return "script " + text("name") + " " + dump(record.at("arguments"));
-    }
-    if (kind == "datagram") {
-        return "kmpd gets " + dump(record.at("size")) + " bytes, payload " + dump(record.at("payload"));
-    }
-    if (kind == "restart") {
-        return "the device restarts with " + text("version");
-    }
-    // Where a message comes from is left out, and so is each percent of a download.
-    const std::string console = kind == "console" ? text("text") : "";
-    const bool news = !console.empty() && console.find("][src/") == std::string::npos &&
-                      !console.starts_with("downloading: ");
-    return news ? "console: " + console : std::string();
+    const std::string console = record.at("kind") == "console" ? record.at("text") : "";
+    return console.find("][src/") == std::string::npos && !console.starts_with("downloading: ");
 }
 
 void _show_records(const std::vector<json> &records) {
-    std::vector<std::string> last;  // the last two lines: a poll and its answer repeat as a pair
+    TextStyle style = TextStyle::of(STDOUT_FILENO);
+    style.indent = "  ";
+    SequenceText text(std::cout, style);
+    if (std::any_of(records.begin(), records.end(), _is_news)) {
+        text.header();
+    }
     for (const json &record : records) {
-        const std::string line = _line(record);
-        const bool again = std::find(last.begin(), last.end(), line) != last.end();
-        if (!line.empty() && !again) {
-            std::cout << "      " << _shortened(line, kLineWidth) << '\n';
-            last.push_back(line);
-            last.erase(last.begin(), last.end() - std::min<std::ptrdiff_t>(2, std::ssize(last)));
+        if (_is_news(record)) {
+            text.add(record);
         }
     }
+    text.flush();
 }
 
 std::string _indented(const std::string &text) {
@@ -126,10 +103,9 @@ bool play_step(Device &device, const Step &step) {
         std::cout << ' ' << _shortened(argv.back(), kWordWidth);
     }
     std::cout << std::endl;
-    const size_t before = device.journal().all().size();
+    const int before = device.journal().last();
     const Run run = step.how ? step.how(device, argv) : device.run(argv);
-    std::vector<json> records = device.journal().all();
-    records.erase(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(before));
+    const std::vector<json> records = device.journal().after(before);
     std::cout << _indented(run.out);
     _show_records(records);
     const std::string fault = _fault(step, run, records);

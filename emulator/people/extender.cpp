@@ -8,8 +8,9 @@
 
 namespace {
 
-constexpr auto kCommands = {emulator::add_run, emulator::add_shell, emulator::add_demo,
-                            emulator::add_progress, emulator::add_cost};
+constexpr auto kCommands = {emulator::add_run,      emulator::add_shell, emulator::add_demo,
+                            emulator::add_progress, emulator::add_show,  emulator::add_exec,
+                            emulator::add_inject,   emulator::add_state, emulator::add_cost};
 
 }  // namespace
 

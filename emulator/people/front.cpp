@@ -44,7 +44,7 @@ void _await_end(pid_t command) {
 
 }  // namespace
 
-int emulator::run_in_front(Device &device, std::vector<std::string> words) {
+int emulator::run_in_front(Control &control, std::vector<std::string> words) {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         std::signal(signal, _hand_on);
     }
@@ -56,6 +56,7 @@ int emulator::run_in_front(Device &device, std::vector<std::string> words) {
         return kNoCommand;
     }
     g_command = pid;
+    control.note_start(words);
     _await_end(pid);
     g_command = 0;
     if (Device::restart_due()) {
@@ -65,14 +66,14 @@ int emulator::run_in_front(Device &device, std::vector<std::string> words) {
     while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
     }
     if (WIFEXITED(status)) {
-        device.settle(kLastScripts);
+        control.device().settle(kLastScripts);
     }
     const int code = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    device.journal().add("run", {{"argv", words}, {"status", code}});
+    control.note_end(words, code);
     if (!Device::restart_due()) {
         return code;
     }
-    device.restart();
+    control.device().restart();
     put_status_file();
     std::cout << "\nThe device has restarted. It runs " << std::ifstream("/tmp/softinfo").rdbuf();
     return kRestarted;

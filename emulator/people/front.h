@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "device.h"
+#include "control.h"
 
 namespace emulator {
 
@@ -14,6 +14,6 @@ inline constexpr int kRestarted =
 
 /// Runs a command on this terminal, as a shell would, and notes it in the journal.
 /// @return its exit status (128 and more: by a signal), 127 when it cannot be started, or kRestarted.
-[[nodiscard]] int run_in_front(Device &device, std::vector<std::string> words);
+[[nodiscard]] int run_in_front(Control &control, std::vector<std::string> words);
 
 }  // namespace emulator

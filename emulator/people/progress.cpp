@@ -1,11 +1,13 @@
 // extender progress: a firmware command's progress, in the shell of a device.
+#include "progress.h"
+
 #include <unistd.h>
 
 #include <iostream>
 #include <stdexcept>
+#include <string>
 
 #include "commands.h"
-#include "firmware.h"
 #include "namespace.h"
 
 namespace {
@@ -14,9 +16,13 @@ int _progress() {
     if (access(emulator::kPrivateFolder, F_OK) != 0) {
         throw std::runtime_error("progress is typed in the shell of a device (extender shell)");
     }
-    const emulator::ProgressBar bar(std::cout);
-    bar.await_end();
-    return 0;
+    std::string left;
+    {
+        const emulator::ProgressBar bar(std::cout);
+        left = bar.await_end();
+    }
+    std::cerr << left;
+    return left.empty() ? 0 : 1;
 }
 
 }  // namespace

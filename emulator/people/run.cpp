@@ -19,7 +19,7 @@ void emulator::add_run(CLI::App &app, int &status) {
     command->add_option("command", run->words, "The command, after --")->required();
     command->callback([run, &status] {
         run->setting.device.keep.push_back(run->words.front());
-        status = with_device(run->setting,
-                             [&](Device &device) { return std::max(run_in_front(device, run->words), 0); });
+        status = with_device(
+            run->setting, [&](Control &control) { return std::max(run_in_front(control, run->words), 0); });
     });
 }

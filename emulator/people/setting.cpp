@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "control_socket.h"
 #include "document.h"
 #include "firmware.h"
 #include "image_scenario.h"
@@ -48,6 +49,8 @@ File _open_journal(const std::string &path) {
 void emulator::add_journal_option(CLI::App &command, Setting &setting) {
     command.add_option("--journal", setting.journal,
                        "File that gets a JSON line for everything that happens (/dev/stderr, too)");
+    command.add_option("--name", setting.name,
+                       "What the device is called by those who join it (exec, inject, show)");
 }
 
 void emulator::add_device_options(CLI::App &command, Setting &setting) {
@@ -71,18 +74,22 @@ int emulator::in_device(const Setting &setting,
 }
 
 int emulator::at_work(std::FILE *journal, const json &scenario, const json &cloud,
-                      const std::function<int(Device &)> &work) {
+                      const std::function<int(Device &, ImageServer &)> &work) {
     Device device(scenario, cloud, journal);
     const auto server = make_image_server(device.journal(), scenario.value("image", json::object()));
     if (!cloud.contains("firmware")) {
         offer_firmware(device, *server, kNewVersion, kImageBytes);
     }
     put_status_file();
-    return work(device);
+    return work(device, *server);
 }
 
-int emulator::with_device(const Setting &setting, const std::function<int(Device &)> &work) {
-    return in_device(setting, [&work](std::FILE *sink, const json &scenario, const json &cloud) {
-        return at_work(sink, scenario, cloud, work);
+int emulator::with_device(const Setting &setting, const std::function<int(Control &)> &work) {
+    return in_device(setting, [&](std::FILE *sink, const json &scenario, const json &cloud) {
+        return at_work(sink, scenario, cloud, [&](Device &device, ImageServer &server) {
+            Control control(device, server);
+            const ControlSocket socket(control, setting.name);
+            return work(control);
+        });
     });
 }

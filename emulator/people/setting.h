@@ -8,7 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "device.h"
+#include "control.h"
 #include "namespace.h"
 
 namespace emulator {
@@ -17,10 +17,11 @@ struct Setting {
     std::string scenario;
     std::string cloud;
     std::string journal;
+    std::string name;  ///< for those who join the device from other terminals; "": one is found
     DeviceOptions device;
 };
 
-/// Adds --journal.
+/// Adds --journal and --name.
 void add_journal_option(CLI::App &command, Setting &setting);
 
 /// Adds --journal and the options of a device whose world is chosen.
@@ -36,9 +37,9 @@ void add_device_options(CLI::App &command, Setting &setting);
 /// In the private world, has work done on a fresh device that is at work itself: its neighbours, an image
 /// that the cloud offers (where the document of the cloud names no firmware of its own) and the status file.
 [[nodiscard]] int at_work(std::FILE *journal, const json &scenario, const json &cloud,
-                          const std::function<int(Device &)> &work);
+                          const std::function<int(Device &, ImageServer &)> &work);
 
-/// Both of it.
-[[nodiscard]] int with_device(const Setting &setting, const std::function<int(Device &)> &work);
+/// Both of it. Other terminals can join the device.
+[[nodiscard]] int with_device(const Setting &setting, const std::function<int(Control &)> &work);
 
 }  // namespace emulator

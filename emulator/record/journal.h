@@ -1,10 +1,13 @@
-// What happened on the device, as a list of JSON objects in order. Each has "seq" (from 1) and
-// "kind"; docs/emulator.md lists the kinds and their members. Safe for several threads.
+// What happened on the device, as a list of JSON objects in order. Each has "seq" (from 1), "t" (seconds
+// since the journal's begin, microseconds in it) and "kind"; journal(5) lists the kinds and their members.
+// Safe for several threads.
 #pragma once
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <cstdio>
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -21,6 +24,10 @@ using json = nlohmann::ordered_json;
 /// Longest wait for something that must happen; a test that reaches it has failed.
 inline constexpr std::chrono::seconds kWatchdog{60};
 
+/// What stays in memory of a journal: the latest records, up to both bounds (at least one). A file gets all.
+inline constexpr size_t kKeptRecords = 20000;
+inline constexpr size_t kKeptBytes = size_t{32} << 20U;
+
 class Journal {
 public:
     using Predicate = std::function<bool(const json &)>;
@@ -29,14 +36,21 @@ public:
     ///     be written, standard error is told so, once.
     explicit Journal(std::FILE *sink = nullptr) : sink_(sink) {}
 
-    /// Appends a record {"seq", "kind", members of fields...}.
+    /// Appends a record {"seq", "t", "kind", members of fields...}.
     void add(std::string_view kind, const json &fields);
 
     /// Adds a record of kind "scenario_error", and tells standard error as well: what was scripted did not
     /// happen.
     void add_scenario_error(const json &fields);
 
+    // The following see what is in memory.
     [[nodiscard]] std::vector<json> all() const;
+    /// Records with a greater "seq".
+    [[nodiscard]] std::vector<json> after(int seq) const;
+    /// The same; waits until there is one, or the time is over (then none).
+    [[nodiscard]] std::vector<json> await_after(int seq, std::chrono::milliseconds time) const;
+    /// "seq" of the latest record ever, 0 before the first.
+    [[nodiscard]] int last() const;
     [[nodiscard]] std::vector<json> select(const Predicate &wanted) const;
     [[nodiscard]] std::vector<json> of_kind(std::string_view kind) const;
 
@@ -53,11 +67,19 @@ public:
     void clear();
 
 private:
+    struct Kept {
+        json record;
+        size_t bytes;
+    };
+    [[nodiscard]] std::vector<json> _after(int seq) const;
+
+    const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
     mutable std::mutex mutex_;
     mutable std::condition_variable changed_;
-    std::vector<json> records_;  // under mutex_
-    std::FILE *sink_;            // under mutex_
-    int seq_ = 0;                // under mutex_
+    std::deque<Kept> records_;  // under mutex_; their "seq" go up by one
+    size_t bytes_ = 0;          // under mutex_: of all that are kept
+    std::FILE *sink_;           // under mutex_
+    int seq_ = 0;               // under mutex_
 };
 
 /// A predicate: the record has each of these members with these values.

@@ -27,12 +27,19 @@ namespace fs = std::filesystem;
 
 constexpr std::chrono::milliseconds kSettleStep{5};
 constexpr std::array kScenarioMembers{
-    Member{"description", Kind::kText},   Member{"listening", Kind::kFlag},
-    Member{"logic", Kind::kInteger},      Member{"link", Kind::kInteger},
-    Member{"first_id", Kind::kInteger},   Member{"reconnect_polls", Kind::kInteger},
-    Member{"reconnect_ms", Kind::kCount}, Member{"pending", Kind::kInteger},
-    Member{"kmpd", Kind::kText},          Member{"image", Kind::kObject},
-    Member{"big_endian", Kind::kFlag},    Member{"rules", Kind::kList},
+    Member{"$schema", Kind::kText},
+    Member{"description", Kind::kText},
+    Member{"listening", Kind::kFlag},
+    Member{"logic", Kind::kInteger},
+    Member{"link", Kind::kInteger},
+    Member{"first_id", Kind::kInteger},
+    Member{"reconnect_polls", Kind::kInteger},
+    Member{"reconnect_ms", Kind::kCount},
+    Member{"pending", Kind::kInteger},
+    Member{"kmpd", Kind::kText},
+    Member{"image", Kind::kObject},
+    Member{"big_endian", Kind::kFlag},
+    Member{"rules", Kind::kList},
 };
 constexpr const char *kRestartMark = "/mnt/restart";  // left by the platform once an image is installed
 
@@ -158,6 +165,7 @@ void Device::_stop() {
 }
 
 void Device::reset() {
+    const auto lock = hold();
     _stop();
     journal_.clear();
     clear_flash();
@@ -168,7 +176,12 @@ bool Device::restart_due() {
     return access(kRestartMark, F_OK) == 0;
 }
 
+void Device::ask_for_restart() {
+    _write_file(kRestartMark, "");
+}
+
 void Device::restart() {
+    const auto lock = hold();
     const json cloud = cloud_->model();
     const int logic = broker_->logic();
     end_other_processes();
@@ -212,7 +225,9 @@ void Device::_collect() {
     for (ssize_t size = 0; (size = read(console_.get(), buffer.data(), buffer.size())) > 0;) {
         console_rest_.append(buffer.data(), static_cast<size_t>(size));
         for (size_t end = 0; (end = console_rest_.find('\n')) != std::string::npos;) {
-            journal_.add("console", {{"text", console_rest_.substr(0, end)}});
+            if (end > 0) {  // an empty line ends a message that had an end of its own
+                journal_.add("console", {{"text", console_rest_.substr(0, end)}});
+            }
             console_rest_.erase(0, end + 1);
         }
     }
@@ -239,6 +254,7 @@ Process Device::start(std::vector<std::string> argv, const RunOptions &options) 
 }
 
 Run Device::run(std::vector<std::string> argv, const RunOptions &options) {
+    journal_.add("start", {{"argv", argv}});
     Process process = start(argv, options);
     Run result = process.wait();
     settle();

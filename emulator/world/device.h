@@ -63,6 +63,12 @@ public:
     /// journal go on; a record {"kind": "restart", "version"} is added.
     void restart();
 
+    /// Asks for one as the platform does; whoever runs the device does it.
+    static void ask_for_restart();
+
+    /// While it is held there is no restart and no reset: broker and cloud stay.
+    [[nodiscard]] std::unique_lock<std::mutex> hold() { return std::unique_lock(neighbours_); }
+
     /// Waits until a restart is due, then does it.
     /// @throws std::runtime_error with the journal's text when the watchdog runs out.
     void await_restart();
@@ -70,6 +76,7 @@ public:
     [[nodiscard]] Journal &journal() { return journal_; }
     [[nodiscard]] Broker &broker() { return *broker_; }
     [[nodiscard]] Cloud &cloud() { return *cloud_; }
+    [[nodiscard]] const json &scenario() const { return scenario_; }
 
 private:
     void _start(const json &cloud);
@@ -79,6 +86,7 @@ private:
     const json scenario_;
     const json model_;
     Journal journal_;
+    std::mutex neighbours_;
     std::unique_ptr<Cloud> cloud_;
     std::unique_ptr<Broker> broker_;
     std::unique_ptr<Kmpd> kmpd_;

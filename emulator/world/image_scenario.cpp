@@ -56,8 +56,12 @@ std::unique_ptr<ImageServer> make_image_server(Journal &journal, const json &ima
         }
     }
     auto server = std::make_unique<ImageServer>(journal, files);
-    server->set_rules(image.contains("rules") ? image.at("rules") : json::parse(kTrickle));
+    server->set_rules(image.contains("rules") ? image.at("rules") : slow_image_rules());
     return server;
+}
+
+json slow_image_rules() {
+    return json::parse(kTrickle);
 }
 
 }  // namespace emulator

@@ -17,4 +17,7 @@ namespace emulator {
 ///     std::runtime_error or std::system_error, no server or no certificate is to be had.
 [[nodiscard]] std::unique_ptr<ImageServer> make_image_server(Journal &journal, const json &image);
 
+/// Its rules where the scenario has none: each image comes slowly enough to watch.
+[[nodiscard]] json slow_image_rules();
+
 }  // namespace emulator

@@ -20,7 +20,7 @@ TEST(DeviceTest, RecordsScriptsAndConsoleBeforeTheRunReturns) {
     const auto run = device.run(
         {"sh", "-c",
          "/usr/bin/dropbreload & sh /usr/bin/deleteToken.sh '72 00' \"'\" & "
-         "echo one > /dev/console; printf 'two\\nthree \\377\\n' > /dev/console; echo out; exit 3"});
+         "echo one > /dev/console; printf 'two\\n\\nthree \\377\\n' > /dev/console; echo out; exit 3"});
     EXPECT_EQ(run.status, 3);
     EXPECT_EQ(run.out, "out\n");
     EXPECT_THAT(

@@ -1,0 +1,49 @@
+// A sequence as lines of text: the time, the lanes with their arrow, what is said. What repeats (a poll, each
+// percent of a download) is shown once and counted.
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "sequence.h"
+
+namespace emulator {
+
+struct TextStyle {
+    size_t columns = 80;  ///< no line is longer
+    bool colour = false;
+    bool utf8 = true;  ///< else ASCII signs; texts stay as they are
+    bool times = true;
+    std::string indent;
+
+    /// What suits a descriptor: the width of its terminal (COLUMNS, or 100, where it is none), colour only on
+    /// a terminal and without NO_COLOR, signs by the locale's variables.
+    [[nodiscard]] static TextStyle of(int fd);
+};
+
+class SequenceText {
+public:
+    SequenceText(std::ostream &out, TextStyle style) : out_(out), style_(std::move(style)) {}
+
+    void header();
+    void add(const json &record);
+    /// Tells what was repeated last. Before a pause, and at the end.
+    void flush();
+
+private:
+    void _print(const std::string &time, const Arrow &arrow);
+    [[nodiscard]] std::string _lanes(const Arrow &arrow) const;
+    [[nodiscard]] size_t _lane_width() const;
+
+    std::ostream &out_;
+    const TextStyle style_;
+    Sequence sequence_;
+    std::vector<std::string> last_;  // what the latest lines say
+    size_t repeated_ = 0;            // lines that said the same as these
+};
+
+/// The text in at most so many columns; "..." where it was cut.
+[[nodiscard]] std::string in_columns(const std::string &text, size_t columns);
+
+}  // namespace emulator
