@@ -50,8 +50,8 @@ svg .a.fault { stroke: var(--fault); fill: var(--fault); }
 pre { margin: 4px 0; white-space: pre-wrap; overflow-wrap: anywhere; font: 12px/17px ui-monospace, monospace; }
 pre.hex { white-space: pre; overflow-x: auto; }
 h2 { font-size: 12px; margin: 8px 0 0; color: var(--soft); }
-@media (max-width: 900px) { summary { flex-wrap: wrap; } .say { flex-basis: 100%; padding-left: 16px; }
-  .more { padding-left: 16px; } .t { flex-basis: 60px; } .row, summary { gap: 4px; padding: 0 4px; } }
+@media (max-width: 900px) { .row, summary { flex-wrap: wrap; gap: 0; padding: 0 4px; } .say { flex-basis: 100%; }
+  .t { flex-basis: 100%; text-align: left; } .more { padding-left: 4px; } svg { max-width: 100%; } }
 </style>
 )";
 
@@ -104,9 +104,16 @@ void _draw_arrow(std::ostream &out, const Arrow &arrow, int y) {
     out << "<path stroke-dasharray=\"none\" d=\"M" << to << ' ' << y << 'l' << back << " -4v8z\"/></g>";
 }
 
+// Where the page is too narrow for it, it becomes narrower, with the lanes above each other all the same.
+void _begin_drawing(std::ostream &out, int height) {
+    out << "<svg width=\"" << kWidth << "\" height=\"" << height << "\" viewBox=\"0 0 " << kWidth << ' '
+        << height << "\" preserveAspectRatio=\"none\" ";
+}
+
 void _draw(std::ostream &out, const std::vector<Arrow> &arrows) {
     const int height = kRowHeight * static_cast<int>(arrows.size());
-    out << "<svg width=\"" << kWidth << "\" height=\"" << height << "\" role=\"img\" aria-label=\"";
+    _begin_drawing(out, height);
+    out << "role=\"img\" aria-label=\"";
     for (const Arrow &arrow : arrows) {
         if (arrow.style != Arrow::Style::kNote) {
             out << kLaneNames.at(static_cast<size_t>(arrow.from)) << " to "
@@ -159,8 +166,9 @@ void _row(std::ostream &out, const json &record, const std::vector<Arrow> &arrow
 }
 
 void _lane_names(std::ostream &out) {
-    out << "<div class=\"row\"><span class=\"t\">seconds</span><svg width=\"" << kWidth << "\" height=\""
-        << kRowHeight << "\" role=\"img\" aria-label=\"lanes\">";
+    out << "<div class=\"row\"><span class=\"t\">seconds</span>";
+    _begin_drawing(out, kRowHeight);
+    out << "role=\"img\" aria-label=\"lanes\">";
     for (size_t i = 0; i < kLaneNames.size(); ++i) {
         out << "<text x=\"" << _x(static_cast<Lane>(i)) << "\" y=\"15\">" << kLaneNames.at(i) << "</text>";
     }

@@ -157,6 +157,8 @@ TEST(Extender, KeepsTheFlashAndWritesTheJournal) {
     std::string line;
     ASSERT_TRUE(std::getline(journal, line));
     EXPECT_THAT(line, testing::StartsWith(R"({"seq":1,"t":0.)"));
+    EXPECT_THAT(line, testing::HasSubstr(R"(,"kind":"start","argv":["sh",)"));
+    ASSERT_TRUE(std::getline(journal, line));
     EXPECT_THAT(line, testing::EndsWith(R"(,"kind":"script","name":"dropbreload","arguments":["1"]})"));
 }
 
@@ -172,7 +174,8 @@ TEST(Extender, WritesTheJournalAmongTheLinesOfStandardError) {
     for (std::string line; std::getline(file, line);) {
         lines.push_back(line);
     }
-    EXPECT_THAT(lines, testing::UnorderedElementsAre("before", "after", testing::HasSubstr("\"dropbreload\""),
+    EXPECT_THAT(lines, testing::UnorderedElementsAre("before", "after", testing::HasSubstr("\"start\""),
+                                                     testing::HasSubstr("\"dropbreload\""),
                                                      testing::HasSubstr("\"run\"")));
 }
 
