@@ -17,5 +17,7 @@ void add_show(CLI::App &app, int &status);
 void add_exec(CLI::App &app, int &status);
 void add_inject(CLI::App &app, int &status);
 void add_state(CLI::App &app, int &status);
+void add_mask(CLI::App &app, int &status);
+void add_scenario(CLI::App &app, int &status);
 
 }  // namespace emulator

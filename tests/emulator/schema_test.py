@@ -89,7 +89,8 @@ with tempfile.TemporaryDirectory() as folder:
         expect(not faults, f"{line}: {faults}")
         named = set(known["properties"]) | set(known["$defs"].get(record["kind"], {}).get("properties", {}))
         expect(set(record) <= named, f"not described: {set(record) - named} of {line}")
-    absent = set(known["$defs"]) - seen - {"bad_message", "event", "restart", "scenario_error", "tap", "lost"}
+    rare = {"bad_message", "event", "restart", "scenario_error", "tap", "lost", "difference"}
+    absent = set(known["$defs"]) - seen - rare
     expect(not absent, f"the run has no {absent}")
 
 # What the readers know by name, and nothing else.

@@ -1,0 +1,40 @@
+// A journal that may be given away: what secret.h knows becomes pseudonyms, the same for the same value from
+// the first line to the last; bytes that are no message become as many others; and what may be a secret for
+// all that is known here is named.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "journal.h"
+
+namespace emulator {
+
+class Mask {
+public:
+    /// Looks through the whole journal: a password is masked in a line before the message that tells it is
+    /// one.
+    explicit Mask(const std::vector<json> &records);
+
+    /// The record's line, masked, without a newline.
+    [[nodiscard]] std::string line(json record);
+
+    /// What was masked, what was not, and what was taken out, in a few lines for people; of the lines so far.
+    [[nodiscard]] std::string report() const;
+
+private:
+    void _learn(std::string_view kind, const std::string &secret);
+    void _mask_words(json &words);
+    [[nodiscard]] bool _mask_value(const std::string &member, json &value);
+    [[nodiscard]] std::string _without_secrets(std::string text) const;
+
+    std::map<std::string, std::string> pseudonyms_;  // by secret
+    std::vector<std::string> longest_first_;
+    std::map<std::string, size_t, std::less<>> counts_;  // of secrets, by kind
+    std::map<std::string, size_t> kept_;                 // texts that may be anything, by member
+    size_t blanked_ = 0;
+};
+
+}  // namespace emulator

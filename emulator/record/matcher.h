@@ -1,0 +1,39 @@
+// Says whether a message is the one of a record. What differs from device to device and from run to run is no
+// difference as long as it stays the same: ids of the device, and whatever a pseudonym stands for. The first
+// meeting tells what now stands for it; answers of the record are told with that.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "conversation.h"
+
+namespace emulator {
+
+/// The first place where two messages differ.
+struct Difference {
+    std::string where;  ///< "request.params.alias", or what there is in words
+    std::string then;   ///< the record's text
+    std::string now;    ///< "" where there is nothing
+};
+
+class Matcher {
+public:
+    /// @return nothing when they are the same.
+    [[nodiscard]] std::optional<Difference> compare(int type, const std::string &then, int type_now,
+                                                    const std::string &now);
+
+    /// A body of the record with what stands for its pseudonyms and ids now.
+    [[nodiscard]] std::string translate(const std::string &body) const;
+
+private:
+    [[nodiscard]] std::string _differs(const json &then, const json &now, const std::string &path,
+                                       const std::string &member);
+    [[nodiscard]] bool _text_fits(const std::string &then, const std::string &now, const std::string &member);
+    [[nodiscard]] bool _bind(const std::string &then, const std::string &now);
+
+    std::map<std::string, std::string> bound_;
+};
+
+}  // namespace emulator
