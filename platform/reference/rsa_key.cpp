@@ -124,12 +124,14 @@ RsaKey::Loaded RsaKey::load(const char *path) {
     }
     struct stat found {};
     if (fstat(fd.get(), &found) != 0 || !state_isOwnFile(found)) {
+        errno = EPERM;
         return Loaded::kBroken;
     }
     SecretBytes<kPemRoom> pem;
     const ssize_t got = state_readAll(fd.get(), {pem.data(), pem.size() - 1});
     if (got <= 0 || crypto_parseKey(&pk_, {pem.data(), static_cast<size_t>(got) + 1}, rsa_random) != 0 ||
         mbedtls_pk_get_type(&pk_) != MBEDTLS_PK_RSA || mbedtls_rsa_get_len(rsa()) != kKeySize) {
+        errno = EBADMSG;
         return Loaded::kBroken;
     }
     return Loaded::kGood;

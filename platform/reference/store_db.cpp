@@ -37,17 +37,21 @@ StoreDb::Opened StoreDb::open(Mode mode) {
     }
     struct stat found {};
     if (lstat(path.data(), &found) != 0) {
+        fault_ = errno;
         if (mode == Mode::kRead) {
-            return errno == ENOENT ? Opened::kEmpty : Opened::kFailed;
+            return fault_ == ENOENT ? Opened::kEmpty : Opened::kFailed;
         }
         if (!_make_file(path) || lstat(path.data(), &found) != 0) {
+            fault_ = errno;
             return Opened::kFailed;
         }
     }
+    fault_ = EPERM;
     // By its name, for the same reason: SQLite alone opens the file.
     if (!state_isOwnFile(found)) {
         return Opened::kFailed;
     }
+    fault_ = 0;
     // Readers ask for writing too: a journal that a killed writer left has to be rolled back first.
     sqlite3 *raw = nullptr;
     const int result =
@@ -66,6 +70,7 @@ StoreDb::Opened StoreDb::open(Mode mode) {
             }
             return run(kCreate) ? Opened::kReady : Opened::kFailed;
         default:
+            fault_ = EBADMSG;
             return Opened::kFailed;
     }
 }
@@ -108,6 +113,30 @@ bool StoreDb::commit() {
 
 bool StoreDb::run(const char *sql) {
     return sqlite3_exec(db_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
+int StoreDb::fault() const {
+    if (fault_ != 0 || db_ == nullptr) {
+        return fault_;
+    }
+    switch (sqlite3_errcode(db_.get())) {
+        case SQLITE_BUSY:
+        case SQLITE_LOCKED:
+            return EBUSY;
+        case SQLITE_FULL:
+            return ENOSPC;
+        case SQLITE_READONLY:
+            return EACCES;
+        case SQLITE_OK:  // SQLite read what it was asked for: a record of another length
+        case SQLITE_ROW:
+        case SQLITE_DONE:
+        case SQLITE_ERROR:  // no such table
+        case SQLITE_CORRUPT:
+        case SQLITE_NOTADB:
+            return EBADMSG;
+        default:
+            return sqlite3_system_errno(db_.get());
+    }
 }
 
 StoreDb::Statement StoreDb::prepare(const char *sql, const char *name) {

@@ -30,6 +30,10 @@ public:
     /// Removes a record; none to remove is no failure.
     [[nodiscard]] bool erase(const char *name);
     [[nodiscard]] bool commit();
+    /// Why the last of these calls failed, as an errno: EPERM for a file that is not this user's alone,
+    /// EBADMSG for one that is no store or is damaged, EBUSY where another process held it too long. 0: not
+    /// known.
+    [[nodiscard]] int fault() const;
 
 private:
     using Statement = std::unique_ptr<sqlite3_stmt, Releaser<sqlite3_finalize>>;
@@ -38,5 +42,6 @@ private:
     [[nodiscard]] Statement prepare(const char *sql, const char *name);
     [[nodiscard]] int version();
 
+    int fault_ = 0;                                         // of what is tried before SQLite is asked
     std::unique_ptr<sqlite3, Releaser<sqlite3_close>> db_;  // closing rolls back
 };

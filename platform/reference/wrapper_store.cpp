@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <span>
 
@@ -99,8 +100,8 @@ void _fill_count(std::span<unsigned char> account) {
     return false;
 }
 
-[[nodiscard]] bool _read(Group group) {
-    StoreDb store;
+// Reading and writing are called with the store, so that its reason outlasts a failure.
+[[nodiscard]] bool _read(StoreDb &store, Group group) {
     const StoreDb::Opened opened = store.open(StoreDb::Mode::kRead);
     if (opened == StoreDb::Opened::kFailed) {
         return false;
@@ -119,8 +120,7 @@ void _fill_count(std::span<unsigned char> account) {
     return true;
 }
 
-[[nodiscard]] bool _write(Group group) {
-    StoreDb store;
+[[nodiscard]] bool _write(StoreDb &store, Group group) {
     return store.open(StoreDb::Mode::kWrite) == StoreDb::Opened::kReady &&
            std::all_of(group.begin(), group.end(),
                        [&store](const WrpOpEntry &entry) { return _apply(&store, entry); }) &&
@@ -140,8 +140,16 @@ int wrpOpGrpDo(WrpOpEntry *entries, int length, int direction) {
                      [direction](const WrpOpEntry &entry) { return _fits(entry, direction); })) {
         return kStoreBadCall;
     }
-    const bool done = direction == WRP_READ ? _read(group) : _write(group);
-    return done ? 0 : kStoreFailed;
+    int fault = 0;
+    {
+        StoreDb store;
+        if (direction == WRP_READ ? _read(store, group) : _write(store, group)) {
+            return 0;
+        }
+        fault = store.fault();
+    }
+    errno = fault;  // for who wants to tell it; closing the store may have changed it
+    return kStoreFailed;
 }
 
 // The store keeps no pool in memory. Nothing is opened here: most programs that start never read a record.

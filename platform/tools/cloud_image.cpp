@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -11,11 +13,13 @@
 
 #include "fw_image.h"
 #include "state_file.h"
+#include "tool_text.h"
 
 namespace {
 
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
+constexpr char kTool[] = "cloud_image";
+constexpr std::array kCommands{"make", "info"};
+constexpr std::array kMakeOptions{"--version", "--size", "--payload", "-o"};
 
 struct MakeOptions {
     const char *version = nullptr;
@@ -49,7 +53,8 @@ struct MakeOptions {
 [[nodiscard]] int _usage(FILE *output, int status) {
     fprintf(output,
             "Usage: cloud_image make --version TEXT (--size BYTES | --payload FILE) -o FILE\n"
-            "       cloud_image info FILE\n");
+            "       cloud_image info [--json] FILE\n"
+            "       cloud_image --help | --version\n");
     return status;
 }
 
@@ -157,17 +162,48 @@ private:
     return _make_from(options, -1, size, _fill_pattern, &state);
 }
 
-[[nodiscard]] int _info(const char *path) {
+// One line of JSON. The version is printable ASCII: two of its characters are written otherwise.
+void _print_json(const ImageHeader &header) {
+    printf("{\"version\":\"");
+    for (const char *at = header.version; *at != '\0'; ++at) {
+        printf(*at == '"' || *at == '\\' ? "\\%c" : "%c", *at);
+    }
+    printf("\",\"payload\":%u,\"checksum\":\"good\"}\n", static_cast<unsigned>(image_payloadLength(header)));
+}
+
+[[nodiscard]] int _info(const char *path, bool json) {
+    errno = 0;
     const UniqueFd image(image_open(path));
+    const int reason = errno;
     ImageHeader header;
     const ImageError error = image.ok() ? image_check(image.get(), -1, &header) : kImageUnreadable;
     if (error != kImageGood) {
-        fprintf(stderr, "cloud_image: %s: error %d, %s\n", path, error, image_errorText(error));
+        fprintf(stderr, "cloud_image: %s: error %d, %s%s%s\n", path, error, image_errorText(error),
+                image.ok() || reason == 0 ? "" : ": ", image.ok() || reason == 0 ? "" : strerror(reason));
         return kExitFailed;
     }
-    const int printed = printf("version: %s\npayload: %u bytes\nchecksum: good\n", header.version,
-                               static_cast<unsigned>(image_payloadLength(header)));
-    return printed >= 0 ? 0 : kExitFailed;
+    if (json) {
+        _print_json(header);
+    } else {
+        printf("version: %s\npayload: %u bytes\nchecksum: good\n", header.version,
+               static_cast<unsigned>(image_payloadLength(header)));
+    }
+    return fflush(stdout) == 0 ? 0 : kExitFailed;
+}
+
+// What is wrong with a command line that is none of this tool's.
+[[nodiscard]] int _wrong_use(int argc, char **argv) {
+    const std::string_view command = argc > 1 ? argv[1] : "";
+    if (argc > 1 && std::find(kCommands.begin(), kCommands.end(), command) == kCommands.end()) {
+        return tool_wrongWord(kTool, "command", argv[1], kCommands);
+    }
+    for (int i = 2; command == "make" && i < argc; i += 2) {
+        const std::string_view option = argv[i];
+        if (std::find(kMakeOptions.begin(), kMakeOptions.end(), option) == kMakeOptions.end()) {
+            return tool_wrongWord(kTool, "option", argv[i], kMakeOptions);
+        }
+    }
+    return _usage(stderr, kExitUsage);
 }
 
 }  // namespace
@@ -177,12 +213,16 @@ int main(int argc, char **argv) {
     if (argc == 2 && (command == "-h" || command == "--help")) {
         return _usage(stdout, 0);
     }
-    if (command == "info" && argc == 3) {
-        return _info(argv[2]);
+    if (tool_answersVersion(kTool, argc, argv)) {
+        return 0;
+    }
+    const bool json = argc == 4 && strcmp(argv[2], "--json") == 0;
+    if (command == "info" && (argc == 3 || json)) {
+        return _info(argv[argc - 1], json);
     }
     MakeOptions options;
     if (command == "make" && _parse_options(argc - 2, argv + 2, &options)) {
         return _make(options);
     }
-    return _usage(stderr, kExitUsage);
+    return _wrong_use(argc, argv);
 }

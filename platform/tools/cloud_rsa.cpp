@@ -1,17 +1,27 @@
 // cloud_rsa: encrypts a password as the device's web interface does, and exports the device's public key.
 
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include "cloud_owner.h"
+#include "cloud_secret.h"
 #include "rsa.h"
 #include "rsa_key.h"
+#include "state_file.h"
+#include "tool_text.h"
 
 namespace {
 
-constexpr int kExitFailed = 1;
-constexpr int kExitUsage = 2;
-constexpr size_t kPemSize = 1024;  // a 2048-bit public key takes 451 bytes
+constexpr char kTool[] = "cloud_rsa";
+constexpr std::array kCommands{"encrypt", "decrypt", "public"};
+constexpr size_t kLongestInput = 4096;  // a cipher text takes 345 bytes, a tool may have wrapped it
+constexpr size_t kPemSize = 1024;       // a 2048-bit public key takes 451 bytes
 
 struct KeyTexts {
     char key1[kKeyTextSize] = "";
@@ -47,12 +57,61 @@ struct KeyTexts {
     return fputs(reinterpret_cast<const char *>(pem), stdout) >= 0 ? 0 : kExitFailed;  // ends in a newline
 }
 
+// Shows nothing of what is typed while it lives.
+class SilentTerminal {
+public:
+    explicit SilentTerminal(int fd) : fd_(fd) {
+        held_ = tcgetattr(fd, &before_) == 0;
+        termios silent = before_;
+        silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+        silent.c_lflag |= ECHONL;
+        held_ = held_ && tcsetattr(fd, TCSAFLUSH, &silent) == 0;
+    }
+    SilentTerminal(const SilentTerminal &) = delete;
+    SilentTerminal &operator=(const SilentTerminal &) = delete;
+    ~SilentTerminal() {
+        if (held_) {
+            tcsetattr(fd_, TCSAFLUSH, &before_);
+        }
+    }
+
+private:
+    int fd_;
+    bool held_ = false;
+    termios before_{};
+};
+
+// A text on the command line can be read by every user of the host while the tool runs, and stays in the
+// shell's history: without one it is asked for, or comes through a pipe. Its last newline is not part of it.
+[[nodiscard]] bool _read_text(const char *question, std::span<char> room) {
+    ssize_t length = 0;
+    const std::span<unsigned char> bytes(reinterpret_cast<unsigned char *>(room.data()), room.size());
+    if (isatty(STDIN_FILENO) != 0) {
+        const SilentTerminal silent(STDIN_FILENO);
+        fputs(question, stderr);
+        length = read(STDIN_FILENO, room.data(), room.size());
+    } else {
+        length = state_readAll(STDIN_FILENO, bytes);
+    }
+    if (length < 0 || static_cast<size_t>(length) >= room.size()) {
+        return false;
+    }
+    if (length > 0 && room[static_cast<size_t>(length) - 1] == '\n') {
+        --length;
+    }
+    room[static_cast<size_t>(length)] = '\0';
+    return strlen(room.data()) == static_cast<size_t>(length);
+}
+
 [[nodiscard]] int _usage(FILE *output, int status) {
     fprintf(output,
-            "Usage: cloud_rsa encrypt [--] TEXT    prints the cipher text, one line of Base64;\n"
-            "                                      -- where the text may be an option\n"
-            "       cloud_rsa decrypt [--] CIPHER\n"
-            "       cloud_rsa public               prints the public key as PEM\n");
+            "Usage: cloud_rsa encrypt [[--] TEXT]  prints the cipher text, one line of Base64;\n"
+            "                                      -- where the text may be an option. Without a text\n"
+            "                                      it is asked for, or read from standard input: other\n"
+            "                                      users see the words of a command\n"
+            "       cloud_rsa decrypt [[--] CIPHER]\n"
+            "       cloud_rsa public               prints the public key as PEM\n"
+            "       cloud_rsa --help | --version\n");
     return status;
 }
 
@@ -65,18 +124,36 @@ struct KeyTexts {
 int main(int argc, char **argv) {
     const char *const command = argc > 1 ? argv[1] : "";
     const bool ended = argc > 2 && strcmp(argv[2], "--") == 0;  // whatever follows is no option
-    const char *const text = argc == (ended ? 4 : 3) ? argv[argc - 1] : nullptr;
+    const char *text = argc == (ended ? 4 : 3) ? argv[argc - 1] : nullptr;
     if (_is_help(command) || (text != nullptr && !ended && _is_help(text))) {
         return _usage(stdout, 0);
     }
-    const bool encrypts = text != nullptr && strcmp(command, "encrypt") == 0;
-    const bool decrypts = text != nullptr && strcmp(command, "decrypt") == 0;
+    if (tool_answersVersion(kTool, argc, argv)) {
+        return 0;
+    }
+    const bool given = text != nullptr || argc == 2;  // with no word at all, the text comes from elsewhere
+    const bool encrypts = given && strcmp(command, "encrypt") == 0;
+    const bool decrypts = given && strcmp(command, "decrypt") == 0;
     if (!encrypts && !decrypts && !(argc == 2 && strcmp(command, "public") == 0)) {
-        return _usage(stderr, kExitUsage);
+        const bool known = std::any_of(kCommands.begin(), kCommands.end(),
+                                       [&](const char *name) { return strcmp(command, name) == 0; });
+        return known || argc < 2 ? _usage(stderr, kExitUsage)
+                                 : tool_wrongWord(kTool, "command", command, kCommands);
+    }
+    SecretBuffer<kLongestInput> typed;
+    if ((encrypts || decrypts) && text == nullptr) {
+        if (!_read_text(encrypts ? "Text to encrypt: " : "Cipher text: ", {typed.data(), kLongestInput})) {
+            return _print(nullptr, "the text is too long, holds a NUL, or cannot be read");
+        }
+        text = typed.data();
     }
     KeyTexts keys;
+    errno = 0;
     if (librsa_get_keys(keys.key1, keys.key2, decrypts ? keys.key3 : nullptr) != 0) {
-        return _print(nullptr, "no key can be read or made");
+        const int reason = errno;
+        PathText path;
+        return state_keyFile(&path) ? tool_fileFailed(kTool, path.data(), "read or made", reason)
+                                    : _print(nullptr, "no place for the key: set HOME or CLOUD_RSA_KEY_FILE");
     }
     if (encrypts) {
         return _encrypt(&keys, text);

@@ -1,18 +1,23 @@
 // cloud_store: the records of the configuration store as JSON, for people and tests. Members bear the
 // names of the fields; texts and numbers stand at the offsets that the device's programs use.
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <span>
 
 #include "cloud_owner.h"
+#include "state_file.h"
 #include "store_objects.h"
+#include "tool_text.h"
 #include "wrapper.h"
 
 namespace {
 
-constexpr int kExitFailed = 1;  // the store refused or could not
-constexpr int kExitUsage = 2;
+constexpr char kTool[] = "cloud_store";
+constexpr std::array kCommands{"dump", "get", "set", "clear"};
 
 constexpr size_t kLongestRecord = 2648;
 using RecordBytes = std::array<unsigned char, kLongestRecord>;
@@ -63,21 +68,33 @@ constexpr Field kFields[] = {
 
 // Store access -------------------------------------------------------------------------------------
 
+// @param what  "read" or "written"
+int _failed(const char *what) {
+    const int reason = errno;
+    PathText path;
+    if (!state_storeFile(&path)) {
+        fprintf(stderr, "%s: no place for the store: its path is too long, or HOME is not set\n", kTool);
+        return kExitFailed;
+    }
+    return tool_fileFailed(kTool, path.data(), what, reason);
+}
+
 [[nodiscard]] bool _read(const Record &record, RecordBytes *bytes) {
+    errno = 0;
     WrpOpEntry entry{record.readId, 0, 0, reinterpret_cast<uintptr_t>(bytes->data()), record.size};
     if (wrpOpGrpDo(&entry, sizeof(entry), WRP_READ) == 0) {
         return true;
     }
-    fprintf(stderr, "cloud_store: cannot read %s\n", record.name);
+    _failed("read");
     return false;
 }
 
 [[nodiscard]] int _write(std::span<WrpOpEntry> entries) {
+    errno = 0;
     if (wrpOpGrpDo(entries.data(), static_cast<int>(entries.size_bytes()), WRP_WRITE) == 0) {
         return 0;
     }
-    fprintf(stderr, "cloud_store: cannot write the store\n");
-    return kExitFailed;
+    return _failed("written");
 }
 
 [[nodiscard]] WrpOpEntry _write_entry(const Record &record, const RecordBytes &bytes) {
@@ -253,6 +270,7 @@ void _set_number(const Field &field, uint32_t value, RecordBytes *bytes) {
             "       cloud_store get NAME\n"
             "       cloud_store set NAME JSON    members that are not given keep their value\n"
             "       cloud_store clear [NAME]\n"
+            "       cloud_store --help | --version\n"
             "Names:");
     for (const Record &record : kRecords) {
         fprintf(output, " %s", record.name);
@@ -269,6 +287,9 @@ int main(int argc, char **argv) {
     if (is("-h", 2) || is("--help", 2)) {
         return _usage(stdout, 0);
     }
+    if (tool_answersVersion(kTool, argc, argv)) {
+        return 0;
+    }
     if (is("dump", 2)) {
         return _dump();
     }
@@ -276,12 +297,17 @@ int main(int argc, char **argv) {
         return _clear_all();
     }
     if (!is("get", 3) && !is("set", 4) && !is("clear", 3)) {
-        return _usage(stderr, kExitUsage);
+        const bool known = std::any_of(kCommands.begin(), kCommands.end(),
+                                       [&](const char *name) { return strcmp(command, name) == 0; });
+        return known || argc < 2 ? _usage(stderr, kExitUsage)
+                                 : tool_wrongWord(kTool, "command", command, kCommands);
     }
     const Record *const record = _find_record(argv[2]);
     if (record == nullptr) {
-        fprintf(stderr, "cloud_store: no record %s\n", argv[2]);
-        return kExitUsage;
+        std::array<const char *, std::size(kRecords)> names{};
+        std::transform(std::begin(kRecords), std::end(kRecords), names.begin(),
+                       [](const Record &each) { return each.name; });
+        return tool_wrongWord(kTool, "record", argv[2], names);
     }
     if (is("get", 3)) {
         return _get(*record);
