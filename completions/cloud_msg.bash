@@ -1,9 +1,12 @@
-# bash completion for cloud_msg: the command word; what follows is the caller's own.
+# bash completion for cloud_msg. Made by script/commands.
 _cloud_msg() {
-    if [ "$COMP_CWORD" -eq 1 ]; then
-        mapfile -t COMPREPLY < <(compgen -W "-h alias bind check download factory getBindStatus getDevToken \
-getFwList getLogicStatus kickoff login online passthrough rmuser setLogicStatus tmp_bind tmp_unbind unbind \
-update" -- "${COMP_WORDS[1]}")
-    fi
+    local now=${COMP_WORDS[COMP_CWORD]} place=${COMP_WORDS[1]}:${COMP_WORDS[COMP_CWORD - 1]} words='' files=''
+    ((COMP_CWORD > 1)) || place=:
+    case $place in
+    :) words='-h bind tmp_bind unbind tmp_unbind login alias rmuser getDevToken passthrough online getBindStatus getLogicStatus setLogicStatus factory kickoff getFwList check download update' ;;
+    esac
+    mapfile -t COMPREPLY < <(compgen -W "$words" -- "$now")
+    [[ -z $files ]] || mapfile -t -O ${#COMPREPLY[@]} COMPREPLY < <(compgen -f -- "$now")
+    [[ -z $files ]] || compopt -o filenames 2>/dev/null
 }
 complete -F _cloud_msg cloud_msg

@@ -1,13 +1,22 @@
-# fish completion for cloud_msg
+# fish completion for cloud_msg. Made by script/commands.
 complete -c cloud_msg -f
-complete -c cloud_msg -n __fish_use_subcommand -s h -d 'print usage'
-for line in 'alias	name the device in the cloud' 'bind	bind the owner account' 'check	look for new firmware' \
-    'download	fetch the firmware' 'factory	prepare for a factory reset' 'getBindStatus	is an account stored?' \
-    'getDevToken	fetch a device token' 'getFwList	store the newest firmware information' \
-    'getLogicStatus	connection mode of the broker' 'kickoff	kick clients off' 'login	log an account in' \
-    'online	test the link to the cloud' 'passthrough	pass a request through' 'rmuser	remove a user' \
-    'setLogicStatus	set the connection mode' 'tmp_bind	bind from the app' 'tmp_unbind	unbind from the app' \
-    'unbind	unbind the owner account' 'update	install the fetched firmware'
-    set -l parts (string split \t $line)
-    complete -c cloud_msg -n __fish_use_subcommand -a $parts[1] -d $parts[2]
-end
+complete -c cloud_msg -n '__fish_use_subcommand' -s h -d 'print the usage'
+complete -c cloud_msg -n '__fish_use_subcommand' -a bind -d 'bind the owner account'
+complete -c cloud_msg -n '__fish_use_subcommand' -a tmp_bind -d 'bind the owner account from the app'
+complete -c cloud_msg -n '__fish_use_subcommand' -a unbind -d 'unbind the owner account'
+complete -c cloud_msg -n '__fish_use_subcommand' -a tmp_unbind -d 'unbind the owner account from the app'
+complete -c cloud_msg -n '__fish_use_subcommand' -a login -d 'log an account in'
+complete -c cloud_msg -n '__fish_use_subcommand' -a alias -d 'name the device in the cloud (Base64)'
+complete -c cloud_msg -n '__fish_use_subcommand' -a rmuser -d 'remove a user of the device'
+complete -c cloud_msg -n '__fish_use_subcommand' -a getDevToken -d 'fetch a device token'
+complete -c cloud_msg -n '__fish_use_subcommand' -a passthrough -d 'pass a request through to the cloud'
+complete -c cloud_msg -n '__fish_use_subcommand' -a online -d 'test the link to the cloud'
+complete -c cloud_msg -n '__fish_use_subcommand' -a getBindStatus -d 'is an account stored?'
+complete -c cloud_msg -n '__fish_use_subcommand' -a getLogicStatus -d 'connection mode of the broker'
+complete -c cloud_msg -n '__fish_use_subcommand' -a setLogicStatus -d 'set the connection mode'
+complete -c cloud_msg -n '__fish_use_subcommand' -a factory -d 'prepare the cloud state for a factory reset'
+complete -c cloud_msg -n '__fish_use_subcommand' -a kickoff -d 'kick clients off'
+complete -c cloud_msg -n '__fish_use_subcommand' -a getFwList -d 'store the newest firmware information'
+complete -c cloud_msg -n '__fish_use_subcommand' -a check -d 'look for new firmware'
+complete -c cloud_msg -n '__fish_use_subcommand' -a download -d 'fetch the firmware'
+complete -c cloud_msg -n '__fish_use_subcommand' -a update -d 'install the fetched firmware'
