@@ -21,7 +21,13 @@ set_target_properties(
   cloud_msg cloud_store cloud_rsa cloud_image
   PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN:$ORIGIN/${PLATFORM_FROM_BIN}")
 install(TARGETS wrapper rsa LIBRARY DESTINATION ${PLATFORM_DIR})
-install(TARGETS cloud_store cloud_rsa cloud_image extender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+set_property(SOURCE emulator/people/check.cpp TARGET_DIRECTORY extender APPEND
+             PROPERTY COMPILE_DEFINITIONS PLATFORM_FROM_BIN="${PLATFORM_FROM_BIN}")
+install(TARGETS cloud_store cloud_rsa cloud_image cloud_probe extender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY platform/template DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/cloud-msg)
+# With it come the headers for who writes a platform; a device's build has them as a component of their own.
+install(FILES platform/include/wrapper.h platform/include/rsa.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/cloud-platform)
+install(FILES ${CMAKE_BINARY_DIR}/platform/include/cloud-platform.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME cloud-msg)

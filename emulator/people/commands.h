@@ -19,5 +19,7 @@ void add_inject(CLI::App &app, int &status);
 void add_state(CLI::App &app, int &status);
 void add_mask(CLI::App &app, int &status);
 void add_scenario(CLI::App &app, int &status);
+void add_check(CLI::App &app, int &status);
+void add_explain(CLI::App &app, int &status);
 
 }  // namespace emulator

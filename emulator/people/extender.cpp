@@ -8,10 +8,11 @@
 
 namespace {
 
-constexpr auto kCommands = {emulator::add_run,      emulator::add_shell,   emulator::add_demo,
-                            emulator::add_progress, emulator::add_show,    emulator::add_exec,
-                            emulator::add_inject,   emulator::add_state,   emulator::add_cost,
-                            emulator::add_mask,     emulator::add_scenario};
+constexpr auto kCommands = {emulator::add_run,      emulator::add_shell,    emulator::add_demo,
+                            emulator::add_progress, emulator::add_show,     emulator::add_exec,
+                            emulator::add_inject,   emulator::add_state,    emulator::add_cost,
+                            emulator::add_mask,     emulator::add_scenario, emulator::add_check,
+                            emulator::add_explain};
 
 }  // namespace
 

@@ -117,15 +117,6 @@ INSTANTIATE_TEST_SUITE_P(
         Fault{"Digest", 6, [](auto &image) { image[175] ^= 1; }}),
     [](const auto &row) { return std::string(row.param.name); });
 
-TEST_F(Firmware, NeedsAPlainFile) {
-    EXPECT_EQ(check(), 1);
-    std::filesystem::create_directory(kImagePath);
-    EXPECT_EQ(check(), 1);
-    std::filesystem::remove(kImagePath);
-    ASSERT_EQ(mkfifo(kImagePath, 0600), 0);  // nobody writes: opening it must not wait
-    EXPECT_EQ(check(), 1);
-}
-
 TEST_F(Firmware, IsCheckedThenInstalledThenAsksForTheRestart) {
     write_file(kImagePath, good_image());
     EXPECT_EQ(check(), 0);
@@ -147,19 +138,6 @@ TEST_F(Firmware, GoesToTheFlashFolderThatIsNamed) {
 
     setenv("CLOUD_FLASH_DIR", kImagePath, 1);  // no folder
     EXPECT_EQ(install(), 7);
-}
-
-TEST_F(Firmware, IsInstalledWithinOneTransactionOnly) {
-    write_file(kImagePath, good_image());
-    EXPECT_EQ(install(), -1);
-    EXPECT_NE(wrpWithdrawTransID(), 0);
-    EXPECT_EQ(wrpGetTransID(0), 0);
-    EXPECT_NE(wrpGetTransID(0), 0);
-    EXPECT_EQ(wrpWithdrawTransID(), 0);
-    EXPECT_EQ(install(), -1);
-    EXPECT_FALSE(std::filesystem::exists(flashed()));
-    EXPECT_EQ(wrpGetTransID(0), 0);
-    EXPECT_EQ(install(), 0);
 }
 
 TEST_F(Firmware, RefusesBadCalls) {

@@ -4,12 +4,8 @@
 #include <sqlite3.h>
 
 #include <algorithm>
-#include <array>
-#include <bit>
 #include <cstdint>
-#include <cstring>
 #include <functional>
-#include <thread>
 
 #include "platform_support.h"
 #include "wrapper.h"
@@ -20,9 +16,7 @@ namespace {
 
 constexpr uintptr_t kSetStatus = 0x120007;
 constexpr uintptr_t kGetStatus = 0x120008;
-constexpr uintptr_t kSetUpgrade = 0x120009;
 constexpr uintptr_t kGetUpgrade = 0x12000a;
-constexpr uintptr_t kSetTime = 0x120003;
 constexpr uintptr_t kGetTime = 0x120004;
 constexpr uintptr_t kInsertAccount = 0x12000d;
 constexpr uintptr_t kRemoveAccount = 0x12000e;
@@ -61,77 +55,19 @@ Bytes account(const std::string &name, const std::string &password) {
     return bytes;
 }
 
-int32_t stored_accounts() {
-    const Bytes bytes = get(kGetAccount, 648);
-    int32_t count = 0;
-    memcpy(&count, bytes.data(), sizeof(count));
-    return count;
-}
+// What any store owes its callers is checked by "extender check platform" (tests/check.cmake). Here is what this one
+// does beyond: its file, its modes, and calls with more than they need.
 
-// Refusals -----------------------------------------------------------------------------------------
-
-struct BadCall {
-    const char *name;
-    int direction;
-    // Spoils a good call: one entry that reads or writes the device status.
-    std::function<void(WrpOpEntry &entry, int &length, int &direction)> spoil;
-    bool noEntries = false;
-};
-void PrintTo(const BadCall &row, std::ostream *out) {
-    *out << row.name;
-}
-
-class StoreRefuses : public testing::TestWithParam<BadCall> {};
-
-TEST_P(StoreRefuses, AndChangesNothing) {
+TEST(Store, RefusesSuperfluousBuffers) {
     const StateFolder state;
     ASSERT_EQ(put(kSetStatus, {1, 2}), 0);
-    const bool reads = GetParam().direction == WRP_READ;
     Bytes buffer(8, 0xaa);
-    WrpOpEntry entry{kSetStatus, address(buffer.data()), 2, 0, 0};
-    if (reads) {
-        entry = {kGetStatus, 0, 0, address(buffer.data()), 2};
-    }
-    int length = sizeof(entry);
-    int direction = GetParam().direction;
-    GetParam().spoil(entry, length, direction);
-    EXPECT_NE(wrpOpGrpDo(GetParam().noEntries ? nullptr : &entry, length, direction), 0);
+    const uintptr_t at = address(buffer.data());
+    EXPECT_NE(group({{kGetStatus, at, 0, at, 2}}, WRP_READ), 0);
+    EXPECT_NE(group({{kSetStatus, at, 2, at, 0}}, WRP_WRITE), 0);
+    EXPECT_NE(group({{kClearAccounts, at, 0, 0, 0}}, WRP_WRITE), 0);
     EXPECT_EQ(buffer, Bytes(8, 0xaa));
     EXPECT_EQ(get(kGetStatus, 2), (Bytes{1, 2}));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    BadCalls, StoreRefuses,
-    testing::Values(
-        BadCall{"NoEntries", WRP_READ, [](auto &, auto &, auto &) {}, true},
-        BadCall{"LengthZero", WRP_READ, [](auto &, auto &length, auto &) { length = 0; }},
-        BadCall{"LengthNegative", WRP_READ, [](auto &, auto &length, auto &) { length = -length; }},
-        BadCall{"LengthNoMultiple", WRP_READ, [](auto &, auto &length, auto &) { length -= 1; }},
-        BadCall{"DirectionUnknown", WRP_READ, [](auto &, auto &, auto &direction) { direction = 2; }},
-        BadCall{"WriteIdInRead", WRP_READ, [](auto &entry, auto &, auto &) { entry.objectId = kSetStatus; }},
-        BadCall{"ReadIdInWrite", WRP_WRITE, [](auto &entry, auto &, auto &) { entry.objectId = kGetStatus; }},
-        BadCall{"UnknownRead", WRP_READ, [](auto &entry, auto &, auto &) { entry.objectId = 0x120006; }},
-        BadCall{"UnknownWrite", WRP_WRITE, [](auto &entry, auto &, auto &) { entry.objectId = 0x120011; }},
-        BadCall{"NullOutput", WRP_READ, [](auto &entry, auto &, auto &) { entry.output = 0; }},
-        BadCall{"NullInput", WRP_WRITE, [](auto &entry, auto &, auto &) { entry.input = 0; }},
-        BadCall{"OutputShort", WRP_READ, [](auto &entry, auto &, auto &) { entry.outputLength = 1; }},
-        BadCall{"OutputLong", WRP_READ, [](auto &entry, auto &, auto &) { entry.outputLength = 3; }},
-        BadCall{"InputShort", WRP_WRITE, [](auto &entry, auto &, auto &) { entry.inputLength = 1; }},
-        BadCall{"InputLong", WRP_WRITE, [](auto &entry, auto &, auto &) { entry.inputLength = 3; }},
-        BadCall{"ReadWithInput", WRP_READ, [](auto &entry, auto &, auto &) { entry.input = entry.output; }},
-        BadCall{"WriteWithOutput", WRP_WRITE,
-                [](auto &entry, auto &, auto &) { entry.output = entry.input; }},
-        BadCall{"ClearWithInput", WRP_WRITE,
-                [](auto &entry, auto &, auto &) { entry.objectId = kClearAccounts; }}),
-    [](const auto &row) { return std::string(row.param.name); });
-
-TEST(Store, WritesNothingOfAGroupWithOneBadEntry) {
-    const StateFolder state;
-    EXPECT_NE(group({in(kSetStatus, {1, 1}), in(kSetTime, Bytes(7))}, WRP_WRITE), 0);
-    EXPECT_FALSE(std::filesystem::exists(state.folder()));
-    ASSERT_EQ(put(kSetStatus, {5, 6}), 0);
-    EXPECT_NE(group({in(kSetStatus, {1, 1}), in(0x120099, Bytes(8))}, WRP_WRITE), 0);
-    EXPECT_EQ(get(kGetStatus, 2), (Bytes{5, 6}));
 }
 
 // Records ------------------------------------------------------------------------------------------
@@ -147,54 +83,12 @@ TEST(Store, ReadsZerosAndMakesNothingWhileNothingIsStored) {
     EXPECT_EQ(get(kGetStatus, 2), (Bytes{1, 0}));
 }
 
-TEST(Store, KeepsEachRecordByteForByte) {
-    struct Row {
-        uintptr_t writeId, readId;
-        size_t size;
-    };
-    constexpr std::array kRows{Row{0x120001, 0x120002, 130}, Row{0x120003, 0x120004, 8},
-                               Row{0x120007, 0x120008, 2},   Row{0x120009, 0x12000a, 2648},
-                               Row{0x12000b, 0x12000c, 66},  Row{0x12000d, 0x12000f, 648}};
+TEST(Store, CountsNoNamelessAccountAndOverwritesWhatIsRemoved) {
     const StateFolder state;
-    const auto record = [](const Row &row) {
-        Bytes bytes(row.size);
-        auto value = static_cast<unsigned>(row.writeId);
-        std::generate(bytes.begin(), bytes.end(),
-                      [&value] { return (value = value * 109 + 89) >> 3 & 0xff; });
-        return bytes;
-    };
-    for (const Row &row : kRows) {
-        ASSERT_EQ(put(row.writeId, record(row)), 0) << row.size;
-    }
-    for (const Row &row : kRows) {
-        Bytes expected = record(row);
-        if (row.writeId == kInsertAccount) {
-            const int32_t count = 1;  // whatever the writer left there
-            memcpy(expected.data(), &count, sizeof(count));
-        }
-        EXPECT_EQ(get(row.readId, row.size), expected) << row.size;
-    }
-}
-
-TEST(Store, HoldsAtMostOneAccount) {
-    const StateFolder state;
-    ASSERT_EQ(put(kInsertAccount, account("Alice", "one")), 0);
-    ASSERT_EQ(put(kInsertAccount, account("bob", "two")), 0);
-    Bytes expected = account("bob", "two");
-    expected[std::endian::native == std::endian::little ? 0 : 3] = 1;
-    EXPECT_EQ(get(kGetAccount, 648), expected);
-    for (const char *other : {"Alice", "bo", "bobby", "BOB", ""}) {
-        EXPECT_EQ(put(kRemoveAccount, account(other, "two")), 0) << other;
-        EXPECT_EQ(stored_accounts(), 1) << other;
-    }
-    EXPECT_EQ(put(kRemoveAccount, account("bob", "")), 0);
-    EXPECT_EQ(get(kGetAccount, 648), Bytes(648));
-
     ASSERT_EQ(put(kInsertAccount, account("", "nameless")), 0);
-    EXPECT_EQ(stored_accounts(), 0);
+    EXPECT_EQ(get(kGetAccount, 648)[0] + get(kGetAccount, 648)[3], 0);
     ASSERT_EQ(put(kInsertAccount, account("carol", "verysecret")), 0);
     EXPECT_EQ(group({{kClearAccounts, 0, 0, 0, 0}}, WRP_WRITE), 0);
-    EXPECT_EQ(get(kGetAccount, 648), Bytes(648));
     EXPECT_THAT(text_of(state.store()), testing::Not(testing::HasSubstr("verysecret")));
 }
 
@@ -273,77 +167,6 @@ INSTANTIATE_TEST_SUITE_P(
                             "INSERT INTO object VALUES('account',x'00')");
                 }}),
     [](const auto &row) { return std::string(row.param.name); });
-
-// Several processes ----------------------------------------------------------------------------------
-
-// Both records of one group carry the same mark.
-int put_marked(unsigned char mark) {
-    return group({in(kSetUpgrade, Bytes(2648, mark)), in(kSetTime, Bytes(8, mark))}, WRP_WRITE);
-}
-
-// @return the mark; -1 when the two records are of two groups, or the read fails.
-int get_mark() {
-    Bytes upgrade(2648);
-    Bytes time(8);
-    if (group({out(kGetUpgrade, upgrade), out(kGetTime, time)}, WRP_READ) != 0) {
-        return -1;
-    }
-    const bool whole = upgrade == Bytes(2648, upgrade[0]) && time == Bytes(8, upgrade[0]);
-    return whole ? upgrade[0] : -1;
-}
-
-int write_many(unsigned char mark, int times) {
-    for (int i = 0; i < times; ++i) {
-        if (put_marked(mark) != 0) {
-            return 1;
-        }
-    }
-    return 0;
-}
-
-TEST(Store, ServesTwoWritersAndAReaderAtOnce) {
-    const StateFolder state;
-    Child first([] { return write_many(1, 60); });
-    Child second([] { return write_many(2, 60); });
-    for (int i = 0; i < 200; ++i) {
-        EXPECT_NE(get_mark(), -1);
-    }
-    EXPECT_EQ(first.wait(), 0);
-    EXPECT_EQ(second.wait(), 0);
-    EXPECT_GT(get_mark(), 0);
-}
-
-TEST(Store, HoldsTheOldOrTheNewGroupAfterAKill) {
-    const StateFolder state;
-    for (unsigned round = 0; round < 15; ++round) {
-        int ends[2];
-        ASSERT_EQ(pipe(ends), 0);
-        Child writer([&ends] {
-            for (unsigned char mark = 1;; mark = mark % 200 + 1) {
-                if (put_marked(mark) != 0 || write(ends[1], &mark, 1) != 1) {
-                    return 1;
-                }
-            }
-        });
-        close(ends[1]);
-        unsigned char acknowledged = 0;
-        for (unsigned i = 0; i <= round % 3; ++i) {
-            ASSERT_EQ(read(ends[0], &acknowledged, 1), 1);
-        }
-        for (unsigned i = 0; i < round * 97 % 500; ++i) {
-            std::this_thread::yield();  // to be at another place of the next write each round
-        }
-        writer.kill();
-        for (unsigned char more = 0; read(ends[0], &more, 1) == 1;) {
-            acknowledged = more;
-        }
-        close(ends[0]);
-        const int mark = get_mark();
-        EXPECT_TRUE(mark == acknowledged || mark == acknowledged % 200 + 1)
-            << mark << " after " << +acknowledged;
-        EXPECT_EQ(write_many(201, 1), 0);
-    }
-}
 
 // The tool -------------------------------------------------------------------------------------------
 

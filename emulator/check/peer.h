@@ -1,0 +1,51 @@
+// One end of a connection in the broker's wire format, with patience for the other end that is not endless.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "descriptor.h"
+#include "journal.h"
+
+namespace emulator::check {
+
+struct Frame {
+    int type = 0;
+    std::string body;
+    /// A member of the body; null where there is none or the body is no JSON.
+    [[nodiscard]] json member(const char *name) const;
+};
+
+class Peer {
+public:
+    explicit Peer(Descriptor fd) : fd_(std::move(fd)) {}
+
+    /// Connects to a socket, which may still have to come. @throws Failed
+    [[nodiscard]] static Peer to(const std::string &path);
+    /// Waits for the next client of a listening socket. @throws Failed
+    [[nodiscard]] static Peer of(const Descriptor &listening);
+
+    void send(int type, std::string_view body) const;
+    void send_bytes(
+        std::string_view bytes) const;  ///< as they are; a peer that is gone is left to the next look
+
+    /// Sends so many bytes at a time, the next ones when the peer has taken those before. @throws Failed
+    void send_pieces(std::string_view bytes, size_t size) const;
+
+    /// The next message. @throws Failed  none comes, the connection ends, or it is no message.
+    [[nodiscard]] Frame receive();
+    /// The next message, or none when the peer closes or nothing comes for so long.
+    [[nodiscard]] std::optional<Frame> maybe(int patience_ms);
+    [[nodiscard]] Frame ask(int type, std::string_view body);
+
+    /// Waits until the peer closes, whatever it sends before. @return false when it does not.
+    [[nodiscard]] bool closes();
+
+private:
+    [[nodiscard]] std::string _bytes(size_t size, const char *what);
+
+    Descriptor fd_;
+};
+
+}  // namespace emulator::check
