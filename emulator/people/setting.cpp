@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <optional>
 #include <system_error>
 
 #include "control_socket.h"
 #include "document.h"
 #include "firmware.h"
+#include "foreign_broker.h"
 #include "image_scenario.h"
 
 namespace {
@@ -81,6 +83,10 @@ int emulator::at_work(std::FILE *journal, const json &scenario, const json &clou
         offer_firmware(device, *server, kNewVersion, kImageBytes);
     }
     put_status_file();
+    std::optional<ForeignBroker> foreign;
+    if (!scenario.value("listening", true)) {
+        foreign.emplace(device.journal());
+    }
     return work(device, *server);
 }
 

@@ -11,6 +11,7 @@
 #include "await.h"
 #include "conversation.h"
 #include "device.h"
+#include "foreign_broker.h"
 #include "journal_reader.h"
 #include "mask.h"
 #include "scenario_writer.h"
@@ -123,6 +124,20 @@ TEST(Record, IsMaskedReplayedAndMadeAScenario) {
     Device device(documents.scenario, documents.cloud);
     EXPECT_EQ(_live(device), record.printed);
     EXPECT_EQ(_said(device.journal().all()), _said(record.lines));
+}
+
+TEST(Record, HasWhatABrokerOfOnesOwnSays) {
+    Device device(json{{"listening", false}});
+    Journal own;
+    {
+        const ForeignBroker tap(device.journal());
+        Cloud cloud;
+        const Broker broker(own, cloud);
+        ASSERT_TRUE(test::await([] { return std::filesystem::exists("/tmp/cloud-brd.aside"); }));
+        EXPECT_EQ(device.cloud_msg({"online"}).out, "0\n");
+    }
+    EXPECT_THAT(_said(own.all()), testing::Not(testing::IsEmpty()));
+    EXPECT_EQ(_said(device.journal().all()), _said(own.all()));
 }
 
 }  // namespace
