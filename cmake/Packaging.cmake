@@ -20,7 +20,7 @@ file(RELATIVE_PATH PLATFORM_FROM_BIN ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTAL
 set_target_properties(
   cloud_msg cloud_store cloud_rsa cloud_image
   PROPERTIES BUILD_WITH_INSTALL_RPATH ON INSTALL_RPATH "$ORIGIN:$ORIGIN/${PLATFORM_FROM_BIN}")
-install(TARGETS wrapper rsa LIBRARY DESTINATION ${PLATFORM_DIR})
+install(TARGETS wrapper rsa sweep_fault LIBRARY DESTINATION ${PLATFORM_DIR})
 set_property(SOURCE emulator/people/check.cpp TARGET_DIRECTORY extender APPEND
              PROPERTY COMPILE_DEFINITIONS PLATFORM_FROM_BIN="${PLATFORM_FROM_BIN}")
 install(TARGETS cloud_store cloud_rsa cloud_image cloud_probe extender RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -28,6 +28,7 @@ install(DIRECTORY platform/template DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/clo
 # With it come the headers for who writes a platform; a device's build has them as a component of their own.
 install(FILES platform/include/wrapper.h platform/include/rsa.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/cloud-platform)
 install(FILES ${CMAKE_BINARY_DIR}/platform/include/cloud-platform.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+target_compile_definitions(emulator_sweep PRIVATE SWEEP_INSTALLED_IN="${PLATFORM_FROM_BIN}")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME cloud-msg)
@@ -54,6 +55,7 @@ set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_NAME cloud-msg)
 set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_SECTION devel)
 # Opened when it is needed, so no tool sees it.
 set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_DEPENDS libcurl4)
+set(CPACK_DEBIAN_CLOUD-MSG_PACKAGE_RECOMMENDS strace)
 set(CPACK_COMPONENT_CLOUD-MSG_DESCRIPTION "The command does one cloud operation for the device and prints its result.
 With it come a device to run it on (own /tmp, console, scripts, broker and
 cloud) and reference versions of its configuration store and RSA.")

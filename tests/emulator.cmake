@@ -1,5 +1,5 @@
 set(emulator_cases broker_test.cpp cloud_test.cpp cost_test.cpp device_test.cpp document_test.cpp extender_test.cpp
-    image_server_test.cpp join_test.cpp journal_test.cpp kmpd_test.cpp)
+    image_server_test.cpp join_test.cpp journal_test.cpp kmpd_test.cpp sweep_test.cpp)
 list(TRANSFORM emulator_cases PREPEND ${CMAKE_CURRENT_LIST_DIR}/emulator/)
 cloud_test(emulator_test NAMESPACE SOURCES ${emulator_cases})
 add_dependencies(emulator_test extender cloud_image cloud_store cloud_rsa)

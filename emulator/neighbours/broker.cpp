@@ -1,5 +1,6 @@
 #include "broker.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -52,8 +53,11 @@ constexpr std::array kEffectMembers{
     Member{"repeat", Kind::kCount},      Member{"hold", Kind::kFlag},
     Member{"answer", Kind::kText},       Member{"cloud_error", Kind::kInteger},
     Member{"pending", Kind::kInteger},   Member{"ready_after_ms", Kind::kCount},
+    Member{"flip", Kind::kCount},        Member{"trickle", Kind::kObject},
     Member{"then", Kind::kList},
 };
+constexpr std::array kTrickleMembers{Member{"after", Kind::kCount, true}, Member{"ms", Kind::kCount, true},
+                                     Member{"bytes", Kind::kNumber}, Member{"times", Kind::kNumber}};
 constexpr std::array kStepMembers{
     Member{"push", Kind::kText},    Member{"type", Kind::kCount},    Member{"body", Kind::kText},
     Member{"link", Kind::kInteger}, Member{"logic", Kind::kInteger},
@@ -81,6 +85,9 @@ void _check_rule(const json &rule, const std::string &what) {
         throw std::invalid_argument("\"on\" of " + what + " is no message of a client: " + dump(on));
     }
     check_members(rule.at("do"), kEffectMembers, "\"do\" of " + what);
+    if (rule.at("do").contains("trickle")) {
+        check_members(rule.at("do").at("trickle"), kTrickleMembers, "\"trickle\" of " + what);
+    }
     for (const json &step : rule.at("do").value("then", json::array())) {
         _check_step(step, "a step of \"then\" of " + what);
     }
@@ -466,6 +473,9 @@ void Broker::_deliver(Connection &connection, int type, const std::string &body,
     if (!effects.value("hold", false)) {
         bytes.resize(std::min(bytes.size(), effects.value("close_after", bytes.size())));
     }
+    if (const size_t at = effects.value("flip", bytes.size()); at < bytes.size()) {
+        bytes[at] = static_cast<char>(bytes[at] ^ 1);
+    }
     if (!effects.empty() && !silent) {
         record["bytes"] = to_hex(bytes);
     }
@@ -479,11 +489,26 @@ void Broker::_deliver(Connection &connection, int type, const std::string &body,
         bytes.clear();
     }
     for (int i = effects.value("repeat", 1); i > 0; --i) {
-        write_all(connection.fd.get(), bytes);
+        _write(connection, bytes, effects.value("trickle", json::object()));
     }
     write_all(connection.fd.get(), std::exchange(connection.held, {}));
     if (effects.contains("close_after") || effects.value("close", false)) {
         connection.hang_up();
+    }
+}
+
+void Broker::_write(const Connection &connection, const std::string &bytes, const json &trickle) {
+    size_t sent = std::min(bytes.size(), trickle.value("after", bytes.size()));
+    write_all(connection.fd.get(), bytes.substr(0, sent));
+    // Until all is there, the broker stops or the peer has left.
+    size_t portion = trickle.value("bytes", bytes.size());
+    size_t times = trickle.value("times", bytes.size());
+    pollfd gone{connection.fd.get(), POLLRDHUP, 0};
+    while (sent < bytes.size() && _pause(std::chrono::milliseconds(trickle.value("ms", 0))) &&
+           poll(&gone, 1, 0) == 0) {
+        portion = times-- > 0 ? portion : bytes.size();
+        write_all(connection.fd.get(), bytes.substr(sent, portion));
+        sent += portion;
     }
 }
 

@@ -77,6 +77,7 @@ private:
     void _notify(const Message &message);
     [[nodiscard]] int _link_now();
     void _deliver(Connection &connection, int type, const std::string &body, const json &effects);
+    void _write(const Connection &connection, const std::string &bytes, const json &trickle);
     void _then(Connection &connection, const json &step);
     [[nodiscard]] std::string _hello_answer();
     [[nodiscard]] bool _pause(std::chrono::milliseconds time);

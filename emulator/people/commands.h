@@ -21,5 +21,6 @@ void add_mask(CLI::App &app, int &status);
 void add_scenario(CLI::App &app, int &status);
 void add_check(CLI::App &app, int &status);
 void add_explain(CLI::App &app, int &status);
+void add_sweep(CLI::App &app, int &status);
 
 }  // namespace emulator

@@ -1,0 +1,129 @@
+#include "judge.h"
+
+#include <algorithm>
+#include <cctype>
+
+namespace emulator::sweep {
+namespace {
+
+// What is left of a process that was killed is no fault of its own; what the next run leaves of it is.
+bool _was_killed(const Point &point) {
+    return point.kind == "kills";
+}
+
+// The broker's untruth may be stored as truth: what it leaves cannot be old or new.
+bool _was_lied_to(const Point &point) {
+    return point.kind == "broker" && point.fault == "lie";
+}
+
+std::string _short(const std::string &text) {
+    constexpr size_t kMost = 400;
+    return text.size() <= kMost ? text : text.substr(0, kMost) + "...";
+}
+
+std::string _ending(const Outcome &outcome) {
+    return "printed \"" + _short(outcome.run.out) + "\", status " + std::to_string(outcome.run.status) +
+           ", signal " + std::to_string(outcome.run.signal) + ' ' + _short(outcome.run.err);
+}
+
+// Names that no good run leaves, nor the fault itself. A killed run may leave one for each file that it
+// wrote, named after it: the next write of that file takes it away, and the next run need not write it.
+void _judge_names(const Point &point, const Good &good, std::vector<Fall> &falls) {
+    std::set<std::string> excused;
+    for (const std::string &path : Stage::names()) {
+        const bool of_fault = point.kind == "files" && point.place != "/tmp" && path.starts_with(point.place);
+        const std::string written = path.substr(0, path.rfind('.', path.rfind('.') - 1));  // NAME.PID.COUNT
+        const bool of_kill =
+            _was_killed(point) && good.names.contains(written) && excused.insert(written).second;
+        if (!good.names.contains(path) && !of_fault && !of_kill) {
+            falls.push_back({path.ends_with(".lock") ? "lock" : "temporary", path});
+        }
+    }
+}
+
+void _judge_state(const char *judgement, const Good &good, const json &state, std::vector<Fall> &falls) {
+    for (const auto &[part, value] : state.items()) {
+        const auto is_so = [&name = part, &now = value](const json &allowed) {
+            return allowed.contains(name) && allowed.at(name) == now;
+        };
+        if (!good.moving.contains(part) && std::none_of(good.states.begin(), good.states.end(), is_so)) {
+            falls.push_back({judgement, part + " is neither old nor new: " + _short(dump(value))});
+        }
+    }
+}
+
+}  // namespace
+
+bool is_one_number(const std::string &printed) {
+    const auto is_blank = [](unsigned char each) { return std::isspace(each) != 0; };
+    const auto is_digit = [](unsigned char each) { return std::isdigit(each) != 0; };
+    auto begin = std::find_if_not(printed.begin(), printed.end(), is_blank);
+    begin += begin != printed.end() && *begin == '-' ? 1 : 0;
+    const auto end = std::find_if_not(begin, printed.end(), is_digit);
+    return begin != end && std::all_of(end, printed.end(), is_blank);
+}
+
+std::vector<Fall> judge_run(const Point &point, const Good &good, const Outcome &outcome) {
+    std::vector<Fall> falls;
+    if (outcome.late) {
+        falls.push_back({"time", "killed by the watchdog; " + _ending(outcome)});
+    } else if (!_was_killed(point) && !outcome.restarted) {
+        if (!outcome.output_struck && !is_one_number(outcome.run.out)) {
+            falls.push_back({"printed", _ending(outcome)});
+        }
+        if (outcome.run.signal != 0) {
+            falls.push_back({"signal", _ending(outcome)});
+        } else if (outcome.run.status != 0) {
+            falls.push_back({"status", _ending(outcome)});
+        }
+    }
+    // A close that did not happen leaves what it was to close.
+    if (outcome.reported && !(point.kind == "syscalls" && point.place == "close")) {
+        for (const std::string &target : outcome.open) {
+            if (!good.open.contains(target)) {
+                falls.push_back({"descriptor", target});
+            }
+        }
+    }
+    return falls;
+}
+
+std::vector<Fall> judge_device(const Point &point, const Good &good, Stage &stage) {
+    std::vector<Fall> falls;
+    for (const std::string &process : Stage::running()) {
+        falls.push_back({"process", process});
+    }
+    for (const std::string &lock : Stage::locked()) {
+        falls.push_back({"lock", lock});
+    }
+    // No line is looked for where something else stands in their file's place.
+    const bool lines = point.kind != "files" || point.place != kPasswdPath;
+    for (const std::string &text : stage.harmed(lines)) {
+        falls.push_back({"others", text});
+    }
+    if (!_was_killed(point)) {
+        _judge_names(point, good, falls);
+    }
+    if (!_was_lied_to(point)) {
+        _judge_state("state", good, stage.state(), falls);
+    }
+    return falls;
+}
+
+std::vector<Fall> judge_next(const Point &point, const Good &good, const Outcome &outcome, Stage &stage) {
+    std::vector<Fall> falls;
+    const bool number = is_one_number(outcome.run.out);
+    const bool fits = good.printed.contains(outcome.run.out) || (number && _was_lied_to(point));
+    if (outcome.late || (!outcome.restarted && (!fits || outcome.run.status != 0))) {
+        falls.push_back({"next", (outcome.late ? "killed by the watchdog; " : "") + _ending(outcome)});
+    }
+    if (_was_killed(point)) {
+        _judge_names(point, good, falls);
+    }
+    if (!_was_lied_to(point)) {
+        _judge_state("next", good, stage.state(), falls);
+    }
+    return falls;
+}
+
+}  // namespace emulator::sweep
