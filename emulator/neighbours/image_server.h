@@ -1,5 +1,6 @@
 // The server that firmware images are fetched from: HTTP or HTTPS on loopback, a port of its own
-// choice, ranges, redirects, and faults by script. One thread for each connection.
+// choice, ranges, redirects, and faults by script. cpp-httplib speaks HTTP; what is said, and how badly, is
+// decided here.
 //
 // Rules are a JSON array, like those of a scenario; the first one that fits a request holds:
 //   {"path": "/fw.bin", "method": "GET", "nth": 2, "do": {...}}
@@ -18,28 +19,25 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
-#include "descriptor.h"
+#include "http_server.h"
 #include "journal.h"
 
-struct ssl_ctx_st;
+namespace httplib {
+class DataSink;
+struct Request;
+struct Response;
+}  // namespace httplib
 
 namespace emulator {
-
-/// PEM files of an HTTPS server; both empty: HTTP.
-struct TlsFiles {
-    std::string certificate;
-    std::string key;
-};
 
 class ImageServer {
 public:
@@ -73,41 +71,29 @@ public:
     /// true: all transfers stop where they are, until false.
     void stall(bool value) { stalled_ = value; }
 
-    /// Bytes of the largest content.
+    /// Bytes of the largest content. Makes what is still to be made.
     [[nodiscard]] size_t largest();
 
 private:
     struct Rule;
-    struct Request;
-    struct Response;
-    class Connection;
-    struct Served {
-        std::atomic<bool> ended = false;
-        std::thread thread;
-    };
+    struct Answer;
     using Content = std::shared_ptr<const std::string>;
 
-    void _accept_loop();
-    void _serve(Descriptor client);
-    [[nodiscard]] bool _answer(Connection &connection, const Request &request);
-    [[nodiscard]] Response _make_response(const Request &request, const json &faults);
-    [[nodiscard]] size_t _send_body(Connection &connection, std::string_view body, const json &faults) const;
-    [[nodiscard]] json _faults(const Request &request);
+    void _answer(const httplib::Request &request, httplib::Response &response);
+    [[nodiscard]] bool _send_body(Answer &answer, httplib::DataSink &sink) const;
+    [[nodiscard]] bool _rest(httplib::DataSink &sink, std::chrono::milliseconds time) const;
     [[nodiscard]] Content _content(const std::string &path);
+    [[nodiscard]] json _faults(const std::string &method, const std::string &path);
 
     Journal &journal_;
-    std::unique_ptr<ssl_ctx_st, void (*)(ssl_ctx_st *)> tls_;
-    Descriptor listening_;
-    Descriptor stop_;  // readable once the server ends
-    int port_ = 0;
+    const std::string scheme_;
     std::atomic<int> cuts_ = 0;
     std::atomic<bool> stalled_ = false;
     std::mutex mutex_;
     std::map<std::string, Content> contents_;                         // under mutex_
     std::map<std::string, std::function<std::string()>> to_be_made_;  // under mutex_
     std::vector<Rule> rules_;                                         // under mutex_
-    std::list<Served> connections_;                                   // of the acceptor alone until it ends
-    std::thread acceptor_;
+    HttpServer server_;
 };
 
 }  // namespace emulator

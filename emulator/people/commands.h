@@ -12,6 +12,7 @@ void add_run(CLI::App &app, int &status);
 void add_shell(CLI::App &app, int &status);
 void add_demo(CLI::App &app, int &status);
 void add_progress(CLI::App &app, int &status);
+void add_web(CLI::App &app, int &status);
 void add_cost(CLI::App &app, int &status);
 void add_show(CLI::App &app, int &status);
 void add_exec(CLI::App &app, int &status);

@@ -12,7 +12,7 @@ constexpr auto kCommands = {emulator::add_run,      emulator::add_shell,    emul
                             emulator::add_progress, emulator::add_show,     emulator::add_exec,
                             emulator::add_inject,   emulator::add_state,    emulator::add_cost,
                             emulator::add_mask,     emulator::add_scenario, emulator::add_check,
-                            emulator::add_explain,  emulator::add_sweep};
+                            emulator::add_explain,  emulator::add_sweep,    emulator::add_web};
 
 }  // namespace
 

@@ -73,7 +73,11 @@ Process::Process(std::vector<std::string> argv, const RunOptions &options)
     posix_spawn_file_actions_adddup2(&actions, err_.get(), 2);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+    // As from a shell: a server's thread that starts a program has its own reasons for what it blocks.
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
     const int error = posix_spawnp(&pid_, argv_.at(0).c_str(), &actions, &attributes,
                                    exec_pointers(argv_).data(), exec_pointers(entries).data());
     posix_spawn_file_actions_destroy(&actions);

@@ -1,0 +1,15 @@
+# Writes a source with the bytes of files: cmake -DOUTPUT=... -DFILES=a;b -P embed.cmake
+set(text "#include \"page_files.h\"\n\nnamespace emulator {\nnamespace {\n\n")
+set(rows "")
+set(number 0)
+foreach(file IN LISTS FILES)
+  get_filename_component(name ${file} NAME)
+  file(READ ${file} bytes HEX)
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "'\\\\x\\1'," bytes "${bytes}")
+  string(APPEND text "constexpr char kFile${number}[] = {${bytes}};\n")
+  string(APPEND rows "    PageFile{\"${name}\", {kFile${number}, sizeof kFile${number}}},\n")
+  math(EXPR number "${number} + 1")
+endforeach()
+string(APPEND text "\nconstexpr PageFile kFiles[] = {\n${rows}};\n\n}  // namespace\n\n"
+  "std::span<const PageFile> page_files() {\n    return kFiles;\n}\n\n}  // namespace emulator\n")
+file(WRITE ${OUTPUT} "${text}")
