@@ -42,6 +42,7 @@ constexpr const char *kNeeds =
 
 std::set<std::string> g_kept_in_tmp;  // names in /tmp that belong to the host
 bool g_flash_is_private = true;
+std::string g_profile;  // where programs that measure their own coverage write; "" for most
 
 [[noreturn]] void _fail(const std::string &what) {
     throw std::system_error(errno, std::generic_category(), what);
@@ -229,7 +230,8 @@ std::vector<Mount> _mounts() {
 // What a command may write to: it goes with the device, or is the flash that was given.
 bool _is_the_devices_own(const std::string &place) {
     return place == "/tmp" || place == kFlashPath || place == "/dev" || place == "/usr/bin" ||
-           place == "/proc" || (!g_flash_is_private && place.starts_with(std::string(kFlashPath) + '/')) ||
+           place == "/proc" || place == g_profile ||
+           (!g_flash_is_private && place.starts_with(std::string(kFlashPath) + '/')) ||
            (place.starts_with("/dev/") && !place.starts_with(kPrivateFolder));
 }
 
@@ -289,6 +291,10 @@ void _make_device(const DeviceOptions &options) {
     setenv("TMPDIR", "/tmp", 1);
     // Where the host does not allow it, its own stays: only `ps` shows the difference.
     mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
+    if (const char *profile = getenv("GCOV_PREFIX")) {
+        g_profile = profile;
+        _mount(profile, profile, "none", MS_BIND);
+    }
     _seal();
 }
 
