@@ -1,6 +1,6 @@
 // Owners: each holds one resource of the system and gives it back when its scope ends.
-// One header for all device code and the reference platform. Device code releases nothing by hand, but for two
-// functions whose contract is to free what they are given (cloud_hello_free, cmem_updateFirmwareBufFree).
+// One header for all device code and the reference platform. Device code releases nothing by hand, but for
+// two functions whose contract is to free what they are given (cloud_hello_free, cmem_updateFirmwareBufFree).
 // Handing a resource over to C is a visible release().
 #pragma once
 
