@@ -14,10 +14,10 @@ FUZZ_TARGET(platform_message) {
     DeviceInfo device{};
     AccountList account{};
     UpgradeInfo upgrade{};
-    cloud_getLoginInfo(&login);
+    static_cast<void>(cloud_getLoginInfo(&login));
     cloud_getDeviceInfo(&device);
     cloud_getAccount(&account);
-    cloud_getNewFwInfo(&upgrade);
+    static_cast<void>(cloud_getNewFwInfo(&upgrade));
     FUZZ_EXPECT(strnlen(login.userName, sizeof login.userName) < sizeof login.userName);
     FUZZ_EXPECT(strnlen(device.alias, sizeof device.alias) < sizeof device.alias);
     FUZZ_EXPECT(strnlen(account.userName, sizeof account.userName) < sizeof account.userName);
@@ -40,6 +40,6 @@ FUZZ_TARGET(platform_message) {
         FUZZ_EXPECT(get(message, &word) == 0);
     }
     std::string text(room + 1U, '\xff');
-    ucm_ui_resp_get_str(message, text.data(), text.size());
+    static_cast<void>(ucm_ui_resp_get_str(message, text.data(), text.size()));
     FUZZ_EXPECT(strlen(text.c_str()) < text.size());
 }
