@@ -229,7 +229,7 @@ TEST(StoreTool, RefusesWhatDoesNotFit) {
         EXPECT_NE(ran.out, "") << line;
     }
     EXPECT_FALSE(std::filesystem::exists(state.store()));
-    EXPECT_EQ(store_tool("get bogus"), "cloud_store: no record bogus\n");
+    EXPECT_EQ(store_tool("get bogus"), "cloud_store: there is no record bogus\n");
     EXPECT_EQ(store_tool(R"(set login '{"userName":"a\\u0000b"}')"), "") << "a backslash, then letters";
     EXPECT_EQ(store_tool(R"(set login '{"userName":")" + longest + R"("}')"), "");
     EXPECT_EQ(get(0x120002, 130)[128], 'n');
