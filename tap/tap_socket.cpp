@@ -17,7 +17,9 @@ constexpr std::string_view kFreshEnd = ".tap";    // the tap's, until it is read
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     memcpy(address.sun_path, path.data(), path.size());
-    memcpy(address.sun_path + path.size(), end.data(), end.size());
+    if (!end.empty()) {
+        memcpy(address.sun_path + path.size(), end.data(), end.size());
+    }
     return address;
 }
 

@@ -52,7 +52,7 @@ std::vector<json> _recorded(std::string_view kind) {
 // The members that a record has of whom ever wrote it.
 std::vector<json> _without_time(std::vector<json> records) {
     for (json &record : records) {
-        for (const char *name : {"seq", "t", "scripted", "body_hex"}) {
+        for (const char *name : {"seq", "t", "scripted", "body_hex", "bytes"}) {
             record.erase(name);
         }
         record = json::parse(dump(record));  // with what stands for bytes that are no text
