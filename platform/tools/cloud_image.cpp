@@ -164,11 +164,16 @@ private:
 
 // One line of JSON. The version is printable ASCII: two of its characters are written otherwise.
 void _print_json(const ImageHeader &header) {
-    printf("{\"version\":\"");
+    printf(R"({"version":")");
     for (const char *at = header.version; *at != '\0'; ++at) {
-        printf(*at == '"' || *at == '\\' ? "\\%c" : "%c", *at);
+        if (*at == '"' || *at == '\\') {
+            putchar('\\');
+        }
+        putchar(*at);
     }
-    printf("\",\"payload\":%u,\"checksum\":\"good\"}\n", static_cast<unsigned>(image_payloadLength(header)));
+    printf(R"(","payload":%u,"checksum":"good"})"
+           "\n",
+           static_cast<unsigned>(image_payloadLength(header)));
 }
 
 [[nodiscard]] int _info(const char *path, bool json) {
