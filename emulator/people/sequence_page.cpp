@@ -181,7 +181,7 @@ std::string hex_dump(std::string_view bytes) {
     constexpr size_t kPerLine = 16;
     std::string text;
     for (size_t at = 0; at < bytes.size(); at += kPerLine) {
-        std::array<char, 16> number{};
+        std::array<char, 24> number{};
         std::snprintf(number.data(), number.size(), "%06zx ", at);
         text += number.data();
         std::string letters;
