@@ -71,7 +71,7 @@ void cloud_printUsage() {
 // say, would take its place and receive what is printed.
 void _hold_output() {
     for (const int fd : {STDOUT_FILENO, STDERR_FILENO}) {
-        if (fcntl(fd, F_GETFD) >= 0) {
+        if (fcntl(fd, F_GETFD) >= 0 || errno != EBADF) {
             continue;
         }
         UniqueFd null(open("/dev/null", O_WRONLY));

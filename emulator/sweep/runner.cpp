@@ -170,7 +170,8 @@ Outcome run_struck(Device &device, const std::vector<std::string> &words, const 
     device.settle(kScripts);
     _read_report(outcome);
     if (strike.traced) {
-        static const std::regex kOutput(R"(\b(write|writev|newfstatat|fstat|fcntl)\(1,[^\n]*\(INJECTED\))");
+        static const std::regex kOutput(
+            R"(\b(write|writev|newfstatat|fstat)\(1,[^\n]*\(INJECTED\)|\bfcntl\(1,[^\n]*EBADF[^\n]*\(INJECTED\))");
         outcome.trace = content(kTrace);
         outcome.struck = strike.inject.find("signal=KILL") != std::string::npos
                              ? outcome.run.signal == SIGKILL
