@@ -1,16 +1,15 @@
 #include "secrets.h"
 
 #include <algorithm>
-#include <array>
 #include <string_view>
 
+#include "secret.h"
 #include "wire.h"
 
 namespace emulator {
 namespace {
 
 constexpr std::string_view kCover = "\u2022\u2022\u2022\u2022";
-constexpr std::array<std::string_view, 3> kMembers{"cloudPassword", "password", "deviceToken"};
 constexpr size_t kShortest = 4;  // shorter ones would cover half of the page
 constexpr size_t kDepth = 5;     // of texts within texts
 
@@ -88,9 +87,10 @@ std::string Secrets::cover(std::string text) const {
             value = quoted.substr(1, quoted.size() - 2);
         }
     }
-    for (const std::string_view member : kMembers) {
-        for (size_t at = 0; (at = text.find(member, at)) != std::string::npos;) {
-            at = _cover_member(text, at + member.size());
+    for (const SecretMember &member : kSecretMembers) {
+        const bool shown = member.kind != "password" && member.kind != "token";
+        for (size_t at = 0; !shown && (at = text.find(member.name, at)) != std::string::npos;) {
+            at = _cover_member(text, at + member.name.size());
         }
     }
     return text;

@@ -32,6 +32,7 @@ TEST(Secrets, CoversThemWhereverTheyStand) {
             << depth;
     }
     for (const auto &[text, covered] : {std::pair{"token 7f3a90c2.", "token " + cover + "."},
+                                        {R"({"refreshToken":"r1"})", R"({"refreshToken":")" + cover + "\"}"},
                                         {"abc", "abc"},  // too short to be one
                                         {"the \"password\" is a word", "the \"password\" is a word"},
                                         {"{\"password\":12}", "{\"password\":12}"},
