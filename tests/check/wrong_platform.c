@@ -88,12 +88,15 @@ int wrpOpGrpDo(WrpOpEntry *entries, int length, int direction) {
     if (wrong("input") && direction == WRP_WRITE) {
         *(char *)entries->input ^= 1;
     }
-    if (wrong("torn")) {
+    if (wrong("torn") || wrong("stuck")) {
         for (i = 0; i + 1 < count; ++i) {
             if (real_group(entries + i, sizeof(*entries), direction) != 0) {
                 return -1;
             }
-            usleep(10000);
+            /* Half of the second group stays alone, for a kill to find. */
+            while (wrong("stuck") && *(const char *)entries[i].input == 2) {
+                pause();
+            }
         }
         result = real_group(entries + i, sizeof(*entries), direction);
     } else {
