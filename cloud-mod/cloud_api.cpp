@@ -36,8 +36,8 @@ constinit std::atomic<int> l_destroying{0};
 static_assert(std::is_trivially_destructible_v<CloudApi>);  // so its memory is all there is to give back
 
 void _release(CloudApi *api) {
-    free(api->cb);
-    free(api);
+    const std::unique_ptr<CloudApi, Releaser<free>> memory(api);
+    const std::unique_ptr<CallbackSlot, Releaser<free>> slots(api->cb);
 }
 using ApiOwner = std::unique_ptr<CloudApi, Releaser<_release>>;
 

@@ -1,7 +1,7 @@
 // Owners: each holds one resource of the system and gives it back when its scope ends.
 // One header for all device code and the reference platform. Device code releases nothing by hand, but for
-// two functions whose contract is to free what they are given (cloud_hello_free, cmem_updateFirmwareBufFree).
-// Handing a resource over to C is a visible release().
+// cmem_updateFirmwareBufFree, whose contract is to free the bare pointer that it is given. Handing a resource
+// over to C is a visible release().
 #pragma once
 
 #include <cjson/cJSON.h>

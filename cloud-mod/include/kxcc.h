@@ -98,8 +98,8 @@ KXCC_API int32_t kxcc_send_request_async(const char *request, int32_t timeout, i
 KXCC_API int32_t kxcc_send_request_async_noaccount(const char *request, int32_t timeout, int32_t flag,
                                                    kxcc_callback callback);
 
-/* Asks once for the answer of a submitted request. text must not be null. On 0, *text is a heap text
- * that the caller releases with free(); else it is as it was, or null when there was no memory.
+/* Asks once for the answer of a submitted request. text must not be null. On 0, *text is a heap text,
+ * the caller's to free; else it is as it was, or null when there was no memory.
  * Never connects. Returns 0, KXCC_ERROR_PENDING (ask again later), KXCC_ERROR_PARAMETER (id not
  * positive, or no connection: none was made yet, or SIGPIPE took it away), KXCC_ERROR_SEND,
  * KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a reply of the wrong type, or no memory). */

@@ -51,13 +51,13 @@ constexpr std::array kHelloFields{
 }  // namespace
 
 void cloud_hello_free(kxcc_hello_info *info) {
+    const std::unique_ptr<kxcc_hello_info, Releaser<free>> memory(info);
     if (info == nullptr) {
         return;
     }
     for (const HelloField &field : kHelloFields) {
-        free(info->*field.text);
+        const HeapText text(info->*field.text);
     }
-    free(info);
 }
 
 JsonText cloud_hello_request(const kxcc_hello_info &info) {
