@@ -118,7 +118,8 @@ std::vector<std::string> _start_words(std::vector<std::string> words, const Stri
                                      "inject=" + strike.inject});
     }
     for (const auto &[name, value] : environment) {
-        traced.insert(traced.end(), {"-E", name + "=" + value});  // the tracer itself goes without
+        traced.emplace_back("-E");  // the tracer itself goes without
+        traced.push_back(std::string(name).append("=").append(value));
     }
     environment.clear();
     traced.emplace_back("--");
