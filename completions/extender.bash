@@ -14,7 +14,7 @@ _extender() {
             help=$("${COMP_WORDS[0]}" "${path[@]}" --help 2>/dev/null) || return
         fi
     done
-    takes=$(sed -nE "s/^  ([^ ]*,)?$before(,[^ ]*)? ([A-Z]+[^ ]*|:?\{[^}]*\}).*/\3/p" <<<"$help")
+    takes=$(sed -nE "s/^  ([^ ]*,)?$before(,[^ ]*)? ([A-Z]+(:[A-Z{][^ ]*)?)( .*)?$/\3/p" <<<"$help")
     case $takes in
     *:\{*\}* | \{*) mapfile -t COMPREPLY < <(compgen -W "$(sed 's/.*{//; s/}.*//; y/,/ /' <<<"$takes")" -- "$now") ;;
     *:DIR*) mapfile -t COMPREPLY < <(compgen -d -- "$now") && compopt -o filenames ;;

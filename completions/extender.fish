@@ -13,17 +13,32 @@ function __extender_help
     printf '%s\n' $help
 end
 function __extender_words
-    __extender_help | sed -nE '/^Subcommands:/,$s/^  ([a-z][a-z-]*) *(.*)/\1\t\2/p; /^Options:/,/^$/s/^  ([^ ]*,)?(--[^ ]*)( [A-Z{][^ ]*)*  +(.*)/\2\t\4/p'
+    __extender_help | sed -nE '/^Subcommands:/,$s/^  ([a-z][a-z-]*) *(.*)/\1\t\2/p; /^Options:/,/^$/s/^  (-.,)?(--[^ ]*)( [^ ]+)*(  +(.*))?$/\2\t\5/p'
 end
 function __extender_takes # what the option before the cursor takes, if it takes anything
     set -l before (commandline -opc)[-1]
     string match -q -- '-*' $before; or return 1
-    __extender_help | sed -nE "s/^  ([^ ]*,)?$before(,[^ ]*)? ([A-Z]+[^ ]*|:?\{[^}]*\}).*/\3/p" | string match -q -r '.'
+    __extender_help | sed -nE "s/^  ([^ ]*,)?$before(,[^ ]*)? ([A-Z]+(:[A-Z{][^ ]*)?)( .*)?\$/\3/p" | string match -r '.+'
 end
-function __extender_past_dashes
-    contains -- -- (commandline -opc)
+function __extender_state # where the cursor stands: command, choice, file, words, or words and file
+    set -l words (commandline -opc)
+    if contains -- -- $words
+        echo command
+    else if set -l takes (__extender_takes)
+        string match -q '*{*' $takes; and echo choice; or echo file
+    else if __extender_help | string match -q 'Positionals:*'
+        echo words+file
+    else
+        echo words
+    end
+end
+function __extender_command # the command after --, as at a prompt of its own
+    set -l words (commandline -opc)
+    set -l first (math (contains -i -- -- $words) + 1)
+    complete -C (string join ' ' -- (string escape -- $words[$first..-1]) (commandline -ct))
 end
 complete -c extender -f
-complete -c extender -n 'not __extender_takes; and not __extender_past_dashes' -a '(__extender_words)'
-complete -c extender -n __extender_takes -F
-complete -c extender -n __extender_past_dashes -a '(__fish_complete_subcommand)'
+complete -c extender -n 'string match -q "words*" (__extender_state)' -a '(__extender_words)'
+complete -c extender -n 'string match -q "*file" (__extender_state)' -F
+complete -c extender -n 'test (__extender_state) = choice' -a "(__extender_takes | string replace -r '.*{(.*)}.*' '\$1' | string split ,)"
+complete -c extender -n 'test (__extender_state) = command' -a '(__extender_command)'

@@ -15,3 +15,6 @@ cloud_test(
           device/cloud_userConfig_test.cpp link/cloud_api_wrap_test.cpp
   LIBS cloud_front cloud_mod_instance)
 target_include_directories(util_test PRIVATE ${PROJECT_SOURCE_DIR}/cloud-mod)
+# Completions, in the shells themselves.
+add_test(NAME completions COMMAND ${CMAKE_CURRENT_LIST_DIR}/program/completions.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+set_tests_properties(completions PROPERTIES LABELS library TIMEOUT 300)
