@@ -16,82 +16,6 @@ namespace emulator {
 namespace {
 
 constexpr size_t kLongestBody = 16U << 20U;
-constexpr int kPending = -3001;
-constexpr int kBadMessage = -1;
-constexpr int kLinkUp = 2;
-constexpr int kLinkReconnecting = 4;
-
-bool _is_submit(int type) {
-    return type == kSubmit || type == kSubmitNoAccount;
-}
-
-// The text of a member, or "" where there is none: messages may be hostile.
-std::string _text(const json &object, const char *name) {
-    return object.is_object() && object.contains(name) && object.at(name).is_string()
-               ? object.at(name).get<std::string>()
-               : std::string();
-}
-
-int _integer(const json &object, const char *name, int otherwise) {
-    return object.is_object() && object.contains(name) && object.at(name).is_number_integer()
-               ? object.at(name).get<int>()
-               : otherwise;
-}
-
-constexpr std::array kRuleMembers{
-    Member{"on", Kind::kAny, true}, Member{"connection", Kind::kNumber}, Member{"nth", Kind::kNumber},
-    Member{"method", Kind::kText},  Member{"do", Kind::kObject, true},
-};
-constexpr std::array kEffectMembers{
-    Member{"refuse", Kind::kInteger},    Member{"errorcode", Kind::kInteger},
-    Member{"full", Kind::kFlag},         Member{"delay_ms", Kind::kCount},
-    Member{"silence", Kind::kFlag},      Member{"close", Kind::kFlag},
-    Member{"close_after", Kind::kCount}, Member{"magic", Kind::kHex},
-    Member{"type", Kind::kCount},        Member{"length", Kind::kCount},
-    Member{"truncate", Kind::kCount},    Member{"body", Kind::kText},
-    Member{"garbage", Kind::kText},      Member{"garbage_hex", Kind::kHex},
-    Member{"repeat", Kind::kCount},      Member{"hold", Kind::kFlag},
-    Member{"answer", Kind::kText},       Member{"cloud_error", Kind::kInteger},
-    Member{"pending", Kind::kInteger},   Member{"ready_after_ms", Kind::kCount},
-    Member{"flip", Kind::kCount},        Member{"trickle", Kind::kObject},
-    Member{"then", Kind::kList},
-};
-constexpr std::array kTrickleMembers{Member{"after", Kind::kCount, true}, Member{"ms", Kind::kCount, true},
-                                     Member{"bytes", Kind::kNumber}, Member{"times", Kind::kNumber}};
-constexpr std::array kStepMembers{
-    Member{"push", Kind::kText},    Member{"type", Kind::kCount},    Member{"body", Kind::kText},
-    Member{"link", Kind::kInteger}, Member{"logic", Kind::kInteger},
-};
-
-bool _fits(const json &on, int type) {
-    return on == type || on == message_name(type) || (on == "request" && _is_submit(type));
-}
-
-void _check_step(const json &step, const std::string &what) {
-    if (step == "ask_hello" || step == "deliver_hello") {
-        return;
-    }
-    check_members(step, kStepMembers, what);
-    const bool body = step.contains("body");
-    if (step.size() != (body ? 2 : 1) || (body && !step.contains("type"))) {
-        throw std::invalid_argument(what + " must do one thing, not " + dump(step));
-    }
-}
-
-void _check_rule(const json &rule, const std::string &what) {
-    check_members(rule, kRuleMembers, what);
-    const json &on = rule.at("on");
-    if (std::none_of(kFromClient.begin(), kFromClient.end(), [&](int type) { return _fits(on, type); })) {
-        throw std::invalid_argument("\"on\" of " + what + " is no message of a client: " + dump(on));
-    }
-    check_members(rule.at("do"), kEffectMembers, "\"do\" of " + what);
-    if (rule.at("do").contains("trickle")) {
-        check_members(rule.at("do").at("trickle"), kTrickleMembers, "\"trickle\" of " + what);
-    }
-    for (const json &step : rule.at("do").value("then", json::array())) {
-        _check_step(step, "a step of \"then\" of " + what);
-    }
-}
 
 // A body in a record. JSON holds no bytes that are no UTF-8, and a replay needs them.
 void _put_body(json &record, const std::string &body) {
@@ -131,36 +55,14 @@ struct Broker::Connection {
     bool ended = false;       // under the broker's mutex_
 };
 
-struct Broker::Message {
-    int type = 0;
-    std::string body;
-    std::string method;  // of the cloud request that it carries or asks for
-    // Discarded when the body is not JSON.
-    [[nodiscard]] json parsed() const { return json::parse(valid_utf8(body), nullptr, false); }
-};
-
-struct Broker::Request {
-    std::string method;
-    std::string answer;
-    int polls = 0;  // to be answered with "not yet" before the answer; -1 for ever
-    std::chrono::steady_clock::time_point ready;
-};
-
-struct Broker::Rule {
-    json when;
-    int seen = 0;
-};
-
-Broker::Broker(Journal &journal, Cloud &cloud, json scenario, std::string path)
+Broker::Broker(Journal &journal, Cloud &cloud, const json &scenario, std::string path)
     : journal_(journal),
-      cloud_(cloud),
-      scenario_(scenario.is_null() ? json::object() : std::move(scenario)),
       path_(std::move(path)),
-      logic_(scenario_.value("logic", 0)),
-      link_(scenario_.value("link", kLinkUp)),
-      next_id_(scenario_.value("first_id", 1)) {
-    set_rules(scenario_.value("rules", json::array()));
-    if (scenario_.value("listening", true)) {
+      answers_(journal, cloud, scenario.is_null() ? json::object() : scenario) {
+    if (!scenario.is_null()) {
+        set_rules(scenario.value("rules", json::array()));
+    }
+    if (scenario.is_null() || scenario.value("listening", true)) {
         start();
     }
 }
@@ -197,59 +99,12 @@ void Broker::stop() {
         const std::lock_guard lock(mutex_);
         listening_.reset();
         peers.swap(connections_);
-        requests_.clear();
     }
+    answers_.forget_requests();
     for (const Peer &peer : peers) {
         peer->hang_up();
         peer->thread.join();
     }
-}
-
-void Broker::set_rules(const json &rules) {
-    std::vector<Rule> checked;
-    for (const json &rule : rules) {
-        _check_rule(rule, "the scenario's rule " + std::to_string(checked.size() + 1));
-        checked.push_back({rule});
-    }
-    const std::lock_guard lock(mutex_);
-    rules_ = std::move(checked);
-}
-
-json Broker::add_rule(const json &rule) {
-    _check_rule(rule, "the rule");
-    const std::lock_guard lock(mutex_);
-    rules_.push_back({rule});
-    json absolute = rule;
-    if (rule.contains("nth") && !rule.contains("connection")) {
-        int nth = rule.at("nth");
-        for (const auto &[event, count] : handled_) {
-            const bool fits =
-                _fits(rule.at("on"), event.first) && rule.value("method", event.second) == event.second;
-            nth += fits ? count : 0;
-        }
-        absolute["nth"] = nth;
-    }
-    return absolute;
-}
-
-int Broker::logic() const {
-    const std::lock_guard lock(mutex_);
-    return logic_;
-}
-
-void Broker::set_logic(int value) {
-    const std::lock_guard lock(mutex_);
-    logic_ = value;
-}
-
-int Broker::link() const {
-    const std::lock_guard lock(mutex_);
-    return link_;
-}
-
-void Broker::set_link(int value) {
-    const std::lock_guard lock(mutex_);
-    link_ = value;
 }
 
 void Broker::_accept_loop(int listening) {
@@ -274,8 +129,7 @@ void Broker::_accept_loop(int listening) {
 void Broker::_serve(Connection &connection) {
     journal_.add("connect", {{"connection", connection.number}});
     try {
-        Message message;
-        message.type = kAccept;
+        ClientMessage message{connection.number, kAccept, {}, {}};
         do {
             _handle(connection, message);
         } while (_read_message(connection, message));
@@ -289,7 +143,7 @@ void Broker::_serve(Connection &connection) {
     connection.ended = true;
 }
 
-bool Broker::_read_message(Connection &connection, Message &message) {
+bool Broker::_read_message(Connection &connection, ClientMessage &message) {
     std::string header(kHeaderSize, '\0');
     const bool whole = read_all(connection.fd.get(), header);
     if (!whole && header.empty()) {
@@ -304,7 +158,7 @@ bool Broker::_read_message(Connection &connection, Message &message) {
         return false;
     }
     message.type = static_cast<int>(decode_number(header.substr(2, 2)));
-    message.method = _method_of(message);
+    message.method = answers_.method_of(message);
     json record{{"connection", connection.number}, {"from", "client"}, {"type", message.type}};
     record["name"] = message_name(message.type);
     _put_body(record, message.body);
@@ -312,38 +166,12 @@ bool Broker::_read_message(Connection &connection, Message &message) {
     return true;
 }
 
-std::string Broker::_method_of(const Message &message) {
-    if (_is_submit(message.type)) {
-        return _text(json::parse(_text(message.parsed(), "request"), nullptr, false), "method");
-    }
-    const std::lock_guard lock(mutex_);
-    const auto request = requests_.find(_integer(message.parsed(), "id", 0));
-    return message.type == kPoll && request != requests_.end() ? request->second.method : std::string();
-}
-
-json Broker::_effects(const Connection &connection, const Message &message) {
-    const std::lock_guard lock(mutex_);
-    ++handled_[{message.type, message.method}];
-    json effects = json::object();
-    for (Rule &rule : rules_) {
-        const json &on = rule.when.at("on");
-        const bool fits = _fits(on, message.type) &&
-                          rule.when.value("connection", connection.number) == connection.number &&
-                          rule.when.value("method", message.method) == message.method;
-        rule.seen += fits ? 1 : 0;
-        if (fits && rule.when.value("nth", rule.seen) == rule.seen) {
-            effects.update(rule.when.at("do"));
-        }
-    }
-    return effects;
-}
-
-void Broker::_handle(Connection &connection, const Message &message) {
-    const json effects = _effects(connection, message);
+void Broker::_handle(Connection &connection, const ClientMessage &message) {
+    const json effects = rules_.effects(message);
     if (!_pause(std::chrono::milliseconds(effects.value("delay_ms", 0)))) {
         return;
     }
-    const json reply = _reply(message, effects);
+    const json reply = answers_.reply(message, effects);
     if (!reply.is_null() || effects.contains("body") || effects.contains("close")) {
         const bool numbered = message.type == kAccept;  // its own reply, as it were
         _deliver(connection, message.type + (numbered ? 0 : 1), effects.value("body", dump(reply)), effects);
@@ -356,109 +184,6 @@ void Broker::_handle(Connection &connection, const Message &message) {
     for (const json &step : effects.value("then", json::array())) {
         _then(connection, step);
     }
-}
-
-json Broker::_reply(const Message &message, const json &effects) {
-    const int scripted = effects.value("errorcode", effects.value("refuse", 0));
-    if (message.type == kAccept) {
-        return {{"errorcode", scripted}, {"result", effects.value("full", false) ? 1 : 0}};
-    }
-    if (message.type == kPoll) {
-        return _poll(message, effects);
-    }
-    if (scripted != 0) {
-        return {{"errorcode", scripted}};
-    }
-    switch (message.type) {
-        case kSubmit:
-        case kSubmitNoAccount:
-            return _submit(message, effects);
-        case kLink:
-            return {{"errorcode", 0}, {"status", _link_now()}};
-        case kLogic:
-            return {{"errorcode", 0}, {"status", logic()}};
-        case kNotify:
-            _notify(message);
-            return {{"errorcode", 0}};
-        case kRegister:
-            return {{"errorcode", 0}};
-        default:
-            return nullptr;
-    }
-}
-
-json Broker::_submit(const Message &message, const json &effects) {
-    const std::string text = _text(message.parsed(), "request");
-    if (text.empty()) {
-        return {{"errorcode", kBadMessage}};
-    }
-    Request request;
-    request.method = message.method;
-    request.polls = effects.value("pending", scenario_.value("pending", 0));
-    request.ready =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(effects.value("ready_after_ms", 0));
-    if (effects.contains("answer")) {
-        request.answer = effects.at("answer");
-    } else if (effects.contains("cloud_error")) {
-        request.answer = Cloud::failure(effects.at("cloud_error"), "Scripted");
-    } else if (link() == kLinkUp) {
-        request.answer = cloud_.answer(text);
-    } else {
-        request.polls = -1;  // the request never gets to the cloud
-    }
-    const std::lock_guard lock(mutex_);
-    const int id = next_id_++;
-    requests_[id] = std::move(request);
-    return {{"errorcode", 0}, {"id", id}};
-}
-
-json Broker::_poll(const Message &message, const json &effects) {
-    const std::lock_guard lock(mutex_);
-    const int id = _integer(message.parsed(), "id", 0);
-    const auto found = requests_.find(id);
-    const bool known = found != requests_.end();
-    if (!effects.contains("answer") && !effects.contains("errorcode")) {
-        if (!known || effects.contains("pending") || found->second.polls != 0 ||
-            found->second.ready > std::chrono::steady_clock::now()) {
-            if (known && found->second.polls > 0) {
-                --found->second.polls;
-            }
-            return {{"id", id}, {"errorcode", kPending}};
-        }
-    }
-    json reply{{"id", id},
-               {"errorcode", effects.value("errorcode", 0)},
-               {"response", effects.value("answer", known ? found->second.answer : std::string())}};
-    if (known && effects.empty()) {  // an answer that a fault spoils stays for the next poll
-        requests_.erase(found);
-    }
-    return reply;
-}
-
-void Broker::_notify(const Message &message) {
-    const int event = _integer(message.parsed(), "event", 0);
-    journal_.add("event", {{"event", event}});
-    const std::lock_guard lock(mutex_);
-    if (event == 10 || event == 11) {
-        logic_ = event == 10 ? 1 : 0;
-    }
-    if (event >= 1 && event <= 3) {
-        link_ = kLinkReconnecting;
-        link_polls_ = scenario_.value("reconnect_polls", 0);
-        link_ready_ =
-            std::chrono::steady_clock::now() + std::chrono::milliseconds(scenario_.value("reconnect_ms", 0));
-    }
-}
-
-int Broker::_link_now() {
-    const std::lock_guard lock(mutex_);
-    if (link_ == kLinkReconnecting && link_polls_ == 0 && std::chrono::steady_clock::now() >= link_ready_) {
-        link_ = kLinkUp;
-    }
-    if (link_polls_ > 0) {
-        --link_polls_;
-    }
-    return link_;
 }
 
 void Broker::_deliver(Connection &connection, int type, const std::string &body, const json &effects) {
@@ -517,22 +242,17 @@ void Broker::_then(Connection &connection, const json &step) {
     if (step == "ask_hello") {
         _deliver(connection, kAskHello, "", none);
     } else if (step == "deliver_hello") {
-        _deliver(connection, kHelloAnswer, dump({{"errorcode", 0}, {"response", _hello_answer()}}), none);
+        _deliver(connection, kHelloAnswer, dump({{"errorcode", 0}, {"response", answers_.hello_answer()}}),
+                 none);
     } else if (step.contains("push")) {
         _deliver(connection, kCloudRequest, dump({{"request", step.at("push")}}), none);
     } else if (step.contains("link")) {
-        set_link(step.at("link"));
+        answers_.set_link(step.at("link"));
     } else if (step.contains("logic")) {
-        set_logic(step.at("logic"));
+        answers_.set_logic(step.at("logic"));
     } else {
         _deliver(connection, step.at("type"), step.value("body", ""), none);
     }
-}
-
-std::string Broker::_hello_answer() {
-    const std::vector<json> hellos = journal_.messages(kHello);
-    const std::string body = hellos.empty() ? "" : hellos.back().at("body");
-    return cloud_.answer(_text(json::parse(valid_utf8(body), nullptr, false), "response"));
 }
 
 bool Broker::_pause(std::chrono::milliseconds time) {
@@ -565,16 +285,16 @@ void Broker::ask_hello() {
     send(kAskHello, "");
 }
 
-void Broker::deliver_hello(std::string_view cloud_answer) {
-    send(kHelloAnswer, dump({{"errorcode", 0}, {"response", cloud_answer}}));
+void Broker::deliver_hello(std::string_view cloudAnswer) {
+    send(kHelloAnswer, dump({{"errorcode", 0}, {"response", cloudAnswer}}));
 }
 
 void Broker::deliver_hello() {
-    deliver_hello(_hello_answer());
+    deliver_hello(answers_.hello_answer());
 }
 
-void Broker::push_request(std::string_view cloud_request) {
-    send(kCloudRequest, dump({{"request", cloud_request}}));
+void Broker::push_request(std::string_view cloudRequest) {
+    send(kCloudRequest, dump({{"request", cloudRequest}}));
 }
 
 }  // namespace emulator

@@ -7,15 +7,9 @@
 // guards against accidents: a command that is out to undo the mounts can do so.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "device_root.h"
 
 namespace emulator {
-
-struct DeviceOptions {
-    std::string flash;              ///< host folder to use as the device's flash; empty: a private one
-    std::vector<std::string> keep;  ///< host paths that must stay readable if they lie below /tmp or /mnt
-};
 
 /// The first half of enter_device(): returns only in the process in which that will return, while it still
 /// sees the host's files. What can be read once (a pipe) or is to be opened once belongs between the two.
@@ -31,20 +25,8 @@ void split_off();
 /// NAME to the emulator and exits: the device's scripts do that.
 void enter_device(const DeviceOptions &options = {});
 
-/// Makes the device's /tmp empty; host folders that had to be kept in it stay.
-void clear_tmp();
-
 /// Ends every process of the device except process 1 and the caller. Nothing where the device has no
 /// /proc of its own.
 void end_other_processes();
-
-/// Makes the device's flash empty, unless it is a folder of the host.
-void clear_flash();
-
-// Places of the emulator's own inside the device.
-inline constexpr const char *kPrivateFolder = "/dev/.extender";
-inline constexpr const char *kRecorderPath = "/dev/.extender/recorder";
-inline constexpr const char *kConsolePath = "/dev/console";
-inline constexpr const char *kFlashPath = "/mnt";
 
 }  // namespace emulator
