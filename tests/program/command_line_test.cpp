@@ -127,6 +127,27 @@ TEST(CommandLineRules, AReaderThatLeftIsNoFault) {
     EXPECT_EQ(requests(device).size(), 1U);
 }
 
+// The journal keeps no empty lines, so the bytes are read here: each message as it is, and one newline.
+TEST(CommandLineRules, TheConsoleGetsEveryByte) {
+    Device device;
+    write_file("/tmp/cloud_dl_img.lock", "");
+    std::vector<std::string> words{
+        "bash", "-c",
+        "rm /dev/console && mkfifo /dev/console && exec 3<>/dev/console && \"$@\" download; "
+        "dd if=/dev/console iflag=nonblock bs=64k 2>/dev/null | sed -E 's/^\\[[^]]*]\\[(.*):[0-9]+]/[DATE][\\1:LINE]/'",
+        "bash"};
+    const std::vector<std::string> command = emulator::cloud_msg_command();
+    words.insert(words.end(), command.begin(), command.end());
+    EXPECT_EQ(device.run(words).out,
+              "0\n"
+              "[DATE][src/cloud_localMsgTask.cpp:_file_lock:LINE] \n"
+              "Download/upgrade image lock, please wait.\n\n\n"
+              "[DATE][src/cloud_localMsgTask.cpp:cloud_localMsgTask:LINE] \n"
+              "download image from cloud in progress\n\n\n"
+              "[DATE][src/cloud_localMsgTask.cpp:cloud_localMsgTask:LINE] \n"
+              "cloud_localMsgTask end\n\n\n\n");
+}
+
 // A lock says that another process works on the image: nothing is done, and the lock stays.
 TEST(CommandLineRules, FirmwareCommandsRespectTheirLocks) {
     struct Row {
