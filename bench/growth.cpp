@@ -47,23 +47,23 @@ json _list(int entries) {
 }
 
 void _add(Growth &growth, double work, const emulator::CostOptions &options, emulator::Device &device,
-          double rest_us) {
+          double restUs) {
     const json cost = emulator::measure_cost(device, options);
     if (cost.at("status") != 0 || cost.at("printed") != "0") {
         throw std::runtime_error(cost.dump(1) + device.journal().text());
     }
-    const double wall_ms = (cost["time"]["wall_us"]["median"].get<double>() - rest_us) / 1e3;
-    const double processor_ms = cost["time"]["processor_us"]["median"].get<double>() / 1e3;
+    const double wallMs = (cost["time"]["wall_us"]["median"].get<double>() - restUs) / 1e3;
+    const double processorMs = cost["time"]["processor_us"]["median"].get<double>() / 1e3;
     const int calls = cost["system_calls"]["total"];
     const int resident = cost["memory"]["resident_kib"];
     const int own = cost["memory"]["private_kib"];
-    growth.wall.points.emplace_back(work, wall_ms);
-    growth.processor.points.emplace_back(work, processor_ms);
+    growth.wall.points.emplace_back(work, wallMs);
+    growth.processor.points.emplace_back(work, processorMs);
     growth.calls.points.emplace_back(work, calls);
     growth.resident.points.emplace_back(work, resident);
     growth.own.points.emplace_back(work, own);
     std::printf("| %s, %g %s | %.2f | %.2f | %d | %d | %d |\n", options.command.at(1).c_str(), work,
-                options.command.at(1) == "download" ? "MiB" : "entries", wall_ms, processor_ms, calls,
+                options.command.at(1) == "download" ? "MiB" : "entries", wallMs, processorMs, calls,
                 resident, own);
     std::fflush(stdout);
 }

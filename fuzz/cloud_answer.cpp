@@ -22,10 +22,10 @@ constexpr std::array<ParseResponse, 5> kParsers{_parse_binddev_result, _parse_on
 
 void _parse(ParseResponse parse, const char *answer, const std::string &method) {
     const std::string path = std::string(kCacheFolder) + "/" + method;
-    const bool names_a_file = path.find('/', sizeof kCacheFolder) == std::string::npos && method != "." &&
-                              method != ".." && !method.empty() && method.size() < 200;
+    const bool namesAFile = path.find('/', sizeof kCacheFolder) == std::string::npos && method != "." &&
+                            method != ".." && !method.empty() && method.size() < 200;
     const int32_t result = parse(answer, method.c_str());
-    if (parse == _parse_passthrough_result && names_a_file) {
+    if (parse == _parse_passthrough_result && namesAFile) {
         FUZZ_EXPECT(fuzz::file(path.c_str()) == (result == 0 ? answer : ""));
         unlink(path.c_str());
     }

@@ -69,8 +69,8 @@ int main(int argc, char **argv) {
             const std::string content = fuzz::file(entry.path().c_str());
             const Exact input(content.data(), content.size());
             fuzz::run(target, input.text());
-            for (const bool for_ever : {false, true}) {
-                for (int call = 1; fuzz::run(target, input.text(), {call, for_ever}); ++call) {
+            for (const bool forEver : {false, true}) {
+                for (int call = 1; fuzz::run(target, input.text(), {call, forEver}); ++call) {
                 }
             }
         }

@@ -90,8 +90,8 @@ int _status(Peer &peer, int type) {
     return answer.member("status");
 }
 
-std::string _submission(const std::string &request, int timeout_ms = 5000) {
-    return dump({{"request", request}, {"timeout", timeout_ms}, {"flag", 1}});
+std::string _submission(const std::string &request, int timeoutMs = 5000) {
+    return dump({{"request", request}, {"timeout", timeoutMs}, {"flag", 1}});
 }
 
 int _submit(Peer &peer, int type, const std::string &request = kRequest) {

@@ -33,17 +33,17 @@ constexpr const char *kNoAddress =
     "sender "
     "that does not read.";
 
-void _put_word(std::string &datagram, size_t offset, size_t value, bool big_endian) {
+void _put_word(std::string &datagram, size_t offset, size_t value, bool bigEndian) {
     for (size_t i = 0; i < 4; ++i) {
-        datagram[offset + (big_endian ? 3 - i : i)] = static_cast<char>(value >> (8 * i));
+        datagram[offset + (bigEndian ? 3 - i : i)] = static_cast<char>(value >> (8 * i));
     }
 }
 
-std::string _datagram(size_t step, bool big_endian) {
+std::string _datagram(size_t step, bool bigEndian) {
     const std::string payload = kPayloads.at(step);
     std::string datagram(kDatagramSize, '\0');
-    _put_word(datagram, 8, kPayloadOffset + payload.size(), big_endian);
-    _put_word(datagram, 12, step == 0 ? 0 : 1, big_endian);
+    _put_word(datagram, 8, kPayloadOffset + payload.size(), bigEndian);
+    _put_word(datagram, 12, step == 0 ? 0 : 1, bigEndian);
     datagram.replace(16, kIdentifier.size(), kIdentifier);
     datagram.replace(kPayloadOffset, payload.size(), payload);
     return datagram;
@@ -80,10 +80,10 @@ public:
         }
         throw Failed("the daemon takes no datagram at " + daemon_);
     }
-    [[nodiscard]] int answers(int wait_ms) const {
+    [[nodiscard]] int answers(int waitMs) const {
         int count = 0;
         pollfd input{fd_.get(), POLLIN, 0};
-        for (std::array<char, 64> start{}; poll(&input, 1, count == 0 ? wait_ms : 100) > 0; ++count) {
+        for (std::array<char, 64> start{}; poll(&input, 1, count == 0 ? waitMs : 100) > 0; ++count) {
             static_cast<void>(recv(fd_.get(), start.data(), start.size(), 0));
         }
         return count;
@@ -132,7 +132,7 @@ private:
 
 struct Odd {
     const char *name;
-    std::function<void(std::string &datagram, bool big_endian)> spoil;
+    std::function<void(std::string &datagram, bool bigEndian)> spoil;
 };
 
 const std::vector<Odd> &_odd() {

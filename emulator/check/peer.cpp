@@ -22,9 +22,9 @@ constexpr std::chrono::milliseconds kBetweenTries{20};
 constexpr int kTries = 1000;
 constexpr size_t kLongestBody = 16U << 20U;
 
-bool _readable(int fd, int patience_ms) {
+bool _readable(int fd, int patienceMs) {
     pollfd input{fd, POLLIN, 0};
-    return poll(&input, 1, patience_ms) > 0;
+    return poll(&input, 1, patienceMs) > 0;
 }
 
 }  // namespace
@@ -79,9 +79,9 @@ Frame Peer::receive() {
     return {static_cast<int>(decode_number(header.substr(2, 2))), _bytes(length, "the body of a message")};
 }
 
-std::optional<Frame> Peer::maybe(int patience_ms) {
+std::optional<Frame> Peer::maybe(int patienceMs) {
     char byte = 0;
-    if (!_readable(fd_.get(), patience_ms) || recv(fd_.get(), &byte, 1, MSG_PEEK) <= 0) {
+    if (!_readable(fd_.get(), patienceMs) || recv(fd_.get(), &byte, 1, MSG_PEEK) <= 0) {
         return std::nullopt;
     }
     return receive();
@@ -105,11 +105,11 @@ bool Peer::closes() {
 std::string Peer::_bytes(size_t size, const char *what) {
     std::string bytes(size, '\0');
     for (size_t filled = 0; filled < size;) {
-        const std::string so_far =
+        const std::string soFar =
             " (" + std::to_string(filled) + " of " + std::to_string(size) + " bytes came)";
-        require(_readable(fd_.get(), kPatienceMs), std::string(what) + " does not come" + so_far);
+        require(_readable(fd_.get(), kPatienceMs), std::string(what) + " does not come" + soFar);
         const ssize_t got = recv(fd_.get(), &bytes[filled], size - filled, 0);
-        require(got > 0, "the connection ended in place of " + std::string(what) + so_far);
+        require(got > 0, "the connection ended in place of " + std::string(what) + soFar);
         filled += static_cast<size_t>(got);
     }
     return bytes;

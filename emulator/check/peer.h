@@ -36,7 +36,7 @@ public:
     /// The next message. @throws Failed  none comes, the connection ends, or it is no message.
     [[nodiscard]] Frame receive();
     /// The next message, or none when the peer closes or nothing comes for so long.
-    [[nodiscard]] std::optional<Frame> maybe(int patience_ms);
+    [[nodiscard]] std::optional<Frame> maybe(int patienceMs);
     [[nodiscard]] Frame ask(int type, std::string_view body);
 
     /// Waits until the peer closes, whatever it sends before. @return false when it does not.

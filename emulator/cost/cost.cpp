@@ -83,7 +83,7 @@ json _calls(const std::map<std::string, int> &calls) {
 
 // What was said between the program and the broker, as the journal has it.
 json _wire(const std::vector<json> &records) {
-    json by_name = json::object();
+    json byName = json::object();
     size_t messages = 0;
     size_t bytes = 0;
     for (const json &record : records) {
@@ -93,13 +93,13 @@ json _wire(const std::vector<json> &records) {
         const size_t size = kHeaderSize + record.at("body").get_ref<const std::string &>().size();
         const std::string name = (record.at("from") == "client" ? "to broker: " : "from broker: ") +
                                  record.at("name").get<std::string>();
-        const json last = by_name.value(name, json{{"messages", 0}, {"bytes", 0}});
-        by_name[name] = {{"messages", last.at("messages").get<size_t>() + 1},
-                         {"bytes", last.at("bytes").get<size_t>() + size}};
+        const json last = byName.value(name, json{{"messages", 0}, {"bytes", 0}});
+        byName[name] = {{"messages", last.at("messages").get<size_t>() + 1},
+                        {"bytes", last.at("bytes").get<size_t>() + size}};
         ++messages;
         bytes += size;
     }
-    return {{"messages", messages}, {"bytes", bytes}, {"by_name", by_name}};
+    return {{"messages", messages}, {"bytes", bytes}, {"by_name", byName}};
 }
 
 json _written(const std::map<std::string, uint64_t> &files) {
@@ -153,10 +153,10 @@ json measure_cost(Device &device, const CostOptions &options) {
         command.erase(command.begin());
         command.insert(command.begin(), words.begin(), words.end());
     }
-    const std::string own_machine = machine_of("/proc/self/exe");
+    const std::string ownMachine = machine_of("/proc/self/exe");
     std::string machine = machine_of(program);
-    const bool emulated = !machine.empty() && machine != own_machine;
-    machine = machine.empty() ? own_machine : machine;  // a script, or a program from PATH
+    const bool emulated = !machine.empty() && machine != ownMachine;
+    machine = machine.empty() ? ownMachine : machine;  // a script, or a program from PATH
 
     _prepare(options.before);
     device.settle();

@@ -29,13 +29,13 @@ std::string machine_of(const std::string &path) {
         !std::string_view(head.data(), head.size()).starts_with(ELFMAG)) {
         return {};
     }
-    const bool big_endian = head[EI_DATA] == ELFDATA2MSB;
+    const bool bigEndian = head[EI_DATA] == ELFDATA2MSB;
     const auto byte = [&](size_t i) { return static_cast<unsigned>(static_cast<unsigned char>(head.at(i))); };
-    const unsigned number = big_endian ? byte(EI_NIDENT + 2) << 8U | byte(EI_NIDENT + 3)
-                                       : byte(EI_NIDENT + 3) << 8U | byte(EI_NIDENT + 2);
+    const unsigned number = bigEndian ? byte(EI_NIDENT + 2) << 8U | byte(EI_NIDENT + 3)
+                                      : byte(EI_NIDENT + 3) << 8U | byte(EI_NIDENT + 2);
     for (const Machine &machine : kMachines) {
         if (machine.number == number) {
-            return std::string(machine.name) + (big_endian || number != EM_MIPS ? "" : "el");
+            return std::string(machine.name) + (bigEndian || number != EM_MIPS ? "" : "el");
         }
     }
     return "machine " + std::to_string(number);

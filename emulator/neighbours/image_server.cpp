@@ -247,12 +247,12 @@ bool ImageServer::_rest(httplib::DataSink &sink, std::chrono::milliseconds time)
 // Sends a body in the way that the rule wants. @return whether the connection can take another request.
 bool ImageServer::_send_body(Answer &answer, httplib::DataSink &sink) const {
     const json &faults = answer.faults;
-    const size_t stall_after = faults.value("stall_after", kNever);
+    const size_t stallAfter = faults.value("stall_after", kNever);
     const json trickle = faults.value("trickle", json{{"bytes", kPieceBytes}, {"ms", 0}});
-    const size_t piece_bytes = std::max(trickle.at("bytes").get<size_t>(), size_t{1});
+    const size_t pieceBytes = std::max(trickle.at("bytes").get<size_t>(), size_t{1});
     const std::chrono::milliseconds rest(trickle.at("ms").get<int>());
     const std::string_view all =
-        answer.body.substr(0, std::min(stall_after, faults.value("drop_after", kNever)));
+        answer.body.substr(0, std::min(stallAfter, faults.value("drop_after", kNever)));
     const int cuts = cuts_;
     while (answer.sent < all.size()) {
         while (stalled_ && cuts == cuts_ && _rest(sink, kLookEvery)) {
@@ -260,7 +260,7 @@ bool ImageServer::_send_body(Answer &answer, httplib::DataSink &sink) const {
         if (cuts != cuts_) {
             return false;
         }
-        const std::string_view piece = all.substr(answer.sent, piece_bytes);
+        const std::string_view piece = all.substr(answer.sent, pieceBytes);
         if (!sink.write(piece.data(), piece.size())) {
             return false;
         }
@@ -269,7 +269,7 @@ bool ImageServer::_send_body(Answer &answer, httplib::DataSink &sink) const {
             return false;
         }
     }
-    if (stall_after < answer.body.size()) {
+    if (stallAfter < answer.body.size()) {
         while (_rest(sink, kLookEvery)) {
         }
     }

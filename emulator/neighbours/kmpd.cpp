@@ -16,10 +16,10 @@ constexpr size_t kIdentifierOffset = 16;
 constexpr size_t kPayloadOffset = 120;
 constexpr std::string_view kIdentifier = "signalbooster425425425425425425m";
 
-uint32_t _word(std::string_view datagram, size_t offset, bool big_endian) {
+uint32_t _word(std::string_view datagram, size_t offset, bool bigEndian) {
     uint32_t value = 0;
     for (size_t i = 0; i < 4; ++i) {
-        const auto byte = static_cast<unsigned char>(datagram[offset + (big_endian ? i : 3 - i)]);
+        const auto byte = static_cast<unsigned char>(datagram[offset + (bigEndian ? i : 3 - i)]);
         value = value << 8 | byte;
     }
     return value;
@@ -32,17 +32,17 @@ std::string_view _payload(std::string_view datagram) {
 
 }  // namespace
 
-std::vector<std::string> check_datagram(std::string_view datagram, bool big_endian) {
+std::vector<std::string> check_datagram(std::string_view datagram, bool bigEndian) {
     if (datagram.size() != kDatagramSize) {
         return {"size " + std::to_string(datagram.size())};
     }
     std::vector<std::string> faults;
     const std::string_view payload = _payload(datagram);
-    const uint32_t length = _word(datagram, kLengthOffset, big_endian);
+    const uint32_t length = _word(datagram, kLengthOffset, bigEndian);
     if (length != kPayloadOffset + payload.size()) {
         faults.push_back("length " + std::to_string(length) + " at offset 8");
     }
-    const uint32_t kind = _word(datagram, kKindOffset, big_endian);
+    const uint32_t kind = _word(datagram, kKindOffset, bigEndian);
     if (kind != (payload.empty() ? 0U : 1U)) {
         faults.push_back("kind " + std::to_string(kind) + " at offset 12");
     }
@@ -52,22 +52,22 @@ std::vector<std::string> check_datagram(std::string_view datagram, bool big_endi
     if (payload.size() == kDatagramSize - kPayloadOffset) {
         faults.emplace_back("payload without an end");
     }
-    const auto check_zero = [&](size_t begin, size_t end) {
+    const auto checkZero = [&](size_t begin, size_t end) {
         const size_t found = datagram.substr(0, end).find_first_not_of('\0', begin);
         if (found != std::string_view::npos) {
             faults.push_back("not zero at offset " + std::to_string(found));
         }
     };
-    check_zero(0, kLengthOffset);
-    check_zero(kIdentifierOffset + kIdentifier.size(), kPayloadOffset);
-    check_zero(kPayloadOffset + payload.size(), kDatagramSize);
+    checkZero(0, kLengthOffset);
+    checkZero(kIdentifierOffset + kIdentifier.size(), kPayloadOffset);
+    checkZero(kPayloadOffset + payload.size(), kDatagramSize);
     return faults;
 }
 
-Kmpd::Kmpd(Journal &journal, KmpdReply reply, bool big_endian, std::string path)
+Kmpd::Kmpd(Journal &journal, KmpdReply reply, bool bigEndian, std::string path)
     : journal_(journal),
       reply_(reply),
-      big_endian_(big_endian),
+      big_endian_(bigEndian),
       path_(std::move(path)),
       fd_(bound_socket(SOCK_DGRAM, path_)) {
     thread_ = std::thread([this] { _serve(); });
@@ -84,9 +84,9 @@ void Kmpd::_serve() {
     std::vector<char> buffer(kDatagramSize + 1);
     for (;;) {
         sockaddr_un from{};
-        socklen_t from_size = sizeof from;
+        socklen_t fromSize = sizeof from;
         const ssize_t size = recvfrom(fd_.get(), buffer.data(), buffer.size(), 0,
-                                      reinterpret_cast<sockaddr *>(&from), &from_size);
+                                      reinterpret_cast<sockaddr *>(&from), &fromSize);
         if (size < 0 || stopping_) {
             return;
         }
@@ -103,7 +103,7 @@ void Kmpd::_serve() {
             // Answers are longer than the datagrams where they should be oversize.
             const std::string answer(reply_ == KmpdReply::kOversize ? 2 * kDatagramSize : kDatagramSize, 'k');
             sendto(fd_.get(), answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
-                   reinterpret_cast<const sockaddr *>(&from), from_size);
+                   reinterpret_cast<const sockaddr *>(&from), fromSize);
         }
     }
 }

@@ -17,15 +17,15 @@ inline constexpr const char *kKmpdPath = "/tmp/cloud_kmpd_unix";
 inline constexpr size_t kDatagramSize = 10360;
 
 /// Everything that is wrong with a datagram, in words; empty when it is right.
-/// @param big_endian  byte order of the program that sent it.
-[[nodiscard]] std::vector<std::string> check_datagram(std::string_view datagram, bool big_endian);
+/// @param bigEndian  byte order of the program that sent it.
+[[nodiscard]] std::vector<std::string> check_datagram(std::string_view datagram, bool bigEndian);
 
 /// How it reacts to a datagram.
 enum class KmpdReply { kAnswer, kSilent, kOversize };
 
 class Kmpd {
 public:
-    Kmpd(Journal &journal, KmpdReply reply, bool big_endian, std::string path = kKmpdPath);
+    Kmpd(Journal &journal, KmpdReply reply, bool bigEndian, std::string path = kKmpdPath);
     ~Kmpd();
     Kmpd(const Kmpd &) = delete;
     Kmpd &operator=(const Kmpd &) = delete;

@@ -227,16 +227,16 @@ const Turn *Replay::_next_poll(int request) {
     }
     const std::lock_guard lock(mutex_);
     size_t &next = polled_[request];
-    const auto is_last_word = [](const Turn *turn) {
+    const auto isLastWord = [](const Turn *turn) {
         return std::none_of(turn->answered.begin(), turn->answered.end(), is_pending);
     };
     if (options_.fast) {
-        while (next + 1 < polls.size() && !is_last_word(polls[next])) {
+        while (next + 1 < polls.size() && !isLastWord(polls[next])) {
             ++next;
         }
     }
     const bool over = next >= polls.size();
-    if (polls.empty() || (over && is_last_word(polls.back()))) {
+    if (polls.empty() || (over && isLastWord(polls.back()))) {
         return nullptr;
     }
     return over ? polls.back() : polls[next++];

@@ -236,14 +236,14 @@ private:
 
     void _add_rule(int connection, const Turn &turn, const json &effects) {
         const int type = turn.asked.type;
-        const bool by_method = is_submit(type) || type == kPoll;
+        const bool byMethod = is_submit(type) || type == kPoll;
         const std::string on = is_submit(type) ? "request" : message_name(type);
         const int nth = ++seen_[{on, connection, turn.method}];
         if (effects.empty()) {
             return;
         }
         json rule{{"on", on}, {"connection", connection}};
-        if (by_method) {
+        if (byMethod) {
             rule["method"] = turn.method;
         }
         rule["nth"] = nth;

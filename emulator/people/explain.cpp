@@ -12,8 +12,8 @@ namespace {
 
 constexpr int kUnknown = 1;
 
-void _print(std::string_view meaning, std::string_view step, std::string_view look_at) {
-    std::cout << "  meaning: " << meaning << "\n  step:    " << step << "\n  look at: " << look_at << '\n';
+void _print(std::string_view meaning, std::string_view step, std::string_view lookAt) {
+    std::cout << "  meaning: " << meaning << "\n  step:    " << step << "\n  look at: " << lookAt << '\n';
 }
 
 int _explain_code(int code) {

@@ -25,13 +25,13 @@ struct Work {
 };
 
 void _tell(const emulator::Replay::Verdict &verdict) {
-    const auto or_nothing = [](const std::string &text) { return text.empty() ? "nothing" : text; };
+    const auto orNothing = [](const std::string &text) { return text.empty() ? "nothing" : text; };
     std::cerr << "extender: the conversation differs from the record";
     if (verdict.seq != 0) {
         std::cerr << " at its line " << verdict.seq << " (connection " << verdict.connection << ')';
     }
-    std::cerr << ": " << verdict.first->where << "\n  then: " << or_nothing(verdict.first->then)
-              << "\n  now:  " << or_nothing(verdict.first->now) << '\n';
+    std::cerr << ": " << verdict.first->where << "\n  then: " << orNothing(verdict.first->then)
+              << "\n  now:  " << orNothing(verdict.first->now) << '\n';
     if (verdict.count > 1) {
         std::cerr << "  and " << verdict.count - 1 << " more\n";
     }

@@ -73,12 +73,12 @@ TextStyle TextStyle::of(int fd) {
     TextStyle style;
     const size_t columns = terminal_columns(fd);
     const char *const told = std::getenv("COLUMNS");
-    const int told_columns = told != nullptr ? std::atoi(told) : 0;
-    style.columns = columns > 0        ? columns
-                    : told_columns > 0 ? static_cast<size_t>(told_columns)
-                                       : kUsualColumns;
-    const char *const no_colour = std::getenv("NO_COLOR");
-    style.colour = columns > 0 && (no_colour == nullptr || *no_colour == '\0');
+    const int toldColumns = told != nullptr ? std::atoi(told) : 0;
+    style.columns = columns > 0       ? columns
+                    : toldColumns > 0 ? static_cast<size_t>(toldColumns)
+                                      : kUsualColumns;
+    const char *const noColour = std::getenv("NO_COLOR");
+    style.colour = columns > 0 && (noColour == nullptr || *noColour == '\0');
     for (const char *name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
         const char *const value = std::getenv(name);
         if (value != nullptr && *value != '\0') {

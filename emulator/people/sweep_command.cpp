@@ -15,7 +15,7 @@ void emulator::add_sweep(CLI::App &app, int &status) {
     const auto asked = std::make_shared<Asked>();
     sweep::Options &options = asked->options;
     options.kinds.assign(sweep::kKinds.begin(), sweep::kKinds.end());
-    const CLI::Validator is_point(
+    const CLI::Validator isPoint(
         [](std::string &text) {
             try {
                 static_cast<void>(sweep::parse_point(text));
@@ -40,7 +40,7 @@ void emulator::add_sweep(CLI::App &app, int &status) {
     command->add_flag("--json", options.json_output, "Print one JSON object instead of the table");
     command->add_option("--only", options.only, "Only this point, as a failure names it; may be repeated")
         ->allow_extra_args(false)
-        ->check(is_point);
+        ->check(isPoint);
     command
         ->add_option("--before", asked->command.before,
                      "A command that makes the device's state before; may be repeated")

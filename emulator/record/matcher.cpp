@@ -70,12 +70,12 @@ std::string Matcher::_differs(const json &then, const json &now, const std::stri
     return then == now ? std::string() : here;
 }
 
-std::optional<Difference> Matcher::compare(int type, const std::string &then, int type_now,
+std::optional<Difference> Matcher::compare(int type, const std::string &then, int typeNow,
                                            const std::string &now) {
     const auto difference = [&](std::string where) {
-        return Difference{std::move(where), told(type, then), told(type_now, now)};
+        return Difference{std::move(where), told(type, then), told(typeNow, now)};
     };
-    if (type != type_now) {
+    if (type != typeNow) {
         return difference("another message");
     }
     const json before = structure_of(valid_utf8(then));

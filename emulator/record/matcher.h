@@ -21,7 +21,7 @@ struct Difference {
 class Matcher {
 public:
     /// @return nothing when they are the same.
-    [[nodiscard]] std::optional<Difference> compare(int type, const std::string &then, int type_now,
+    [[nodiscard]] std::optional<Difference> compare(int type, const std::string &then, int typeNow,
                                                     const std::string &now);
 
     /// A body of the record with what stands for its pseudonyms and ids now.

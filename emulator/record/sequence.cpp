@@ -153,7 +153,7 @@ std::string Sequence::_name(const json &record, const json &body) {
 }
 
 std::vector<Arrow> Sequence::_message(const json &record) {
-    const bool to_broker = _text(record, "from") == "client";
+    const bool toBroker = _text(record, "from") == "client";
     const int type = _number(record, "type");
     const bool lost = _text(record, "kind") == "no_reply";
     const json body = unfolded(_text(record, "body"));
@@ -161,18 +161,18 @@ std::vector<Arrow> Sequence::_message(const json &record) {
     std::string label = _name(record, body);
     label += scripted.is_null() ? "" : " [scripted: " + dump(scripted) + "]";
     std::vector<Arrow> arrows;
-    if (const json answer = _member(body, "response"); !to_broker && answer.is_object()) {
+    if (const json answer = _member(body, "response"); !toBroker && answer.is_object()) {
         const bool error = _number(answer, "error_code") != 0;
         arrows.push_back(_arrow(Lane::kCloud, Lane::kBroker, _answer(answer), error, Style::kImplied));
     }
-    if (type == kCloudRequest && !to_broker) {
+    if (type == kCloudRequest && !toBroker) {
         arrows.push_back(_arrow(Lane::kCloud, Lane::kBroker, "pushes a request", false, Style::kImplied));
     }
-    arrows.push_back(_arrow(to_broker ? Lane::kProgram : Lane::kBroker,
-                            to_broker ? Lane::kBroker : Lane::kProgram, label, lost || !scripted.is_null(),
+    arrows.push_back(_arrow(toBroker ? Lane::kProgram : Lane::kBroker,
+                            toBroker ? Lane::kBroker : Lane::kProgram, label, lost || !scripted.is_null(),
                             lost ? Style::kLost : Style::kPlain));
     const std::string method = _text(_member(body, "request"), "method");
-    if ((type == kSubmit || type == kSubmitNoAccount || type == kCloudResponse) && to_broker) {
+    if ((type == kSubmit || type == kSubmitNoAccount || type == kCloudResponse) && toBroker) {
         arrows.push_back(_arrow(Lane::kBroker, Lane::kCloud, type == kCloudResponse ? "response" : method,
                                 false, Style::kImplied));
     }

@@ -31,11 +31,11 @@ std::string _ending(const Outcome &outcome) {
 void _judge_names(const Point &point, const Good &good, std::vector<Fall> &falls) {
     std::set<std::string> excused;
     for (const std::string &path : Stage::names()) {
-        const bool of_fault = point.kind == "files" && point.place != "/tmp" && path.starts_with(point.place);
+        const bool ofFault = point.kind == "files" && point.place != "/tmp" && path.starts_with(point.place);
         const std::string written = path.substr(0, path.rfind('.', path.rfind('.') - 1));  // NAME.PID.COUNT
-        const bool of_kill =
+        const bool ofKill =
             _was_killed(point) && good.names.contains(written) && excused.insert(written).second;
-        if (!good.names.contains(path) && !of_fault && !of_kill) {
+        if (!good.names.contains(path) && !ofFault && !ofKill) {
             falls.push_back({path.ends_with(".lock") ? "lock" : "temporary", path});
         }
     }
@@ -43,14 +43,13 @@ void _judge_names(const Point &point, const Good &good, std::vector<Fall> &falls
 
 void _judge_state(const char *judgement, const Good &good, const json &state, std::vector<Fall> &falls) {
     for (const auto &[part, value] : state.items()) {
-        const auto is_so = [&name = part, &now = value](const json &allowed) {
+        const auto isSo = [&name = part, &now = value](const json &allowed) {
             return allowed.contains(name) && allowed.at(name) == now;
         };
         // A store that cannot be read counts as no account, for which mode 0 is right until the next run.
-        const bool no_account =
-            part == "the broker's mode" && value == 0 && judgement == std::string("state");
-        if (!no_account && !good.moving.contains(part) &&
-            std::none_of(good.states.begin(), good.states.end(), is_so)) {
+        const bool noAccount = part == "the broker's mode" && value == 0 && judgement == std::string("state");
+        if (!noAccount && !good.moving.contains(part) &&
+            std::none_of(good.states.begin(), good.states.end(), isSo)) {
             falls.push_back({judgement, part + " is neither old nor new: " + _short(dump(value))});
         }
     }
@@ -59,12 +58,12 @@ void _judge_state(const char *judgement, const Good &good, const json &state, st
 }  // namespace
 
 bool is_one_number(const std::string &printed) {
-    const auto is_blank = [](unsigned char each) { return std::isspace(each) != 0; };
-    const auto is_digit = [](unsigned char each) { return std::isdigit(each) != 0; };
-    auto begin = std::find_if_not(printed.begin(), printed.end(), is_blank);
+    const auto isBlank = [](unsigned char each) { return std::isspace(each) != 0; };
+    const auto isDigit = [](unsigned char each) { return std::isdigit(each) != 0; };
+    auto begin = std::find_if_not(printed.begin(), printed.end(), isBlank);
     begin += begin != printed.end() && *begin == '-' ? 1 : 0;
-    const auto end = std::find_if_not(begin, printed.end(), is_digit);
-    return begin != end && std::all_of(end, printed.end(), is_blank);
+    const auto end = std::find_if_not(begin, printed.end(), isDigit);
+    return begin != end && std::all_of(end, printed.end(), isBlank);
 }
 
 std::vector<Fall> judge_run(const Point &point, const Good &good, const Outcome &outcome) {

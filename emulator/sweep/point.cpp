@@ -39,18 +39,18 @@ std::vector<Point> sample(const std::vector<Point> &points, size_t limit, unsign
         return points;
     }
     std::mt19937 random(seed);
-    std::map<std::string, std::vector<size_t>> by_kind;
+    std::map<std::string, std::vector<size_t>> byKind;
     for (size_t i = 0; i < points.size(); ++i) {
-        by_kind[points[i].kind].push_back(i);
+        byKind[points[i].kind].push_back(i);
     }
-    for (auto &[kind, indexes] : by_kind) {
+    for (auto &[kind, indexes] : byKind) {
         for (size_t i = indexes.size(); i > 1; --i) {  // std::shuffle differs between libraries
             std::swap(indexes[i - 1], indexes[random() % i]);
         }
     }
     std::vector<size_t> chosen;
     for (size_t round = 0; chosen.size() < limit; ++round) {
-        for (const auto &[kind, indexes] : by_kind) {
+        for (const auto &[kind, indexes] : byKind) {
             if (round < indexes.size() && chosen.size() < limit) {
                 chosen.push_back(indexes[round]);
             }

@@ -167,7 +167,7 @@ void Stage::put_files(const Files &files) {
     }
 }
 
-std::vector<std::string> Stage::harmed(bool with_lines) const {
+std::vector<std::string> Stage::harmed(bool withLines) const {
     std::vector<std::string> found;
     for (const char *path : kPlanted) {
         struct stat status {};
@@ -177,7 +177,7 @@ std::vector<std::string> Stage::harmed(bool with_lines) const {
             found.push_back(std::string(path) + " has another mode or owner");
         }
     }
-    if (with_lines && content(kPasswdPath).find(kOthersLines) == std::string::npos) {
+    if (withLines && content(kPasswdPath).find(kOthersLines) == std::string::npos) {
         found.push_back("/tmp/passwd lacks lines of others: " + content(kPasswdPath));
     }
     return found;
@@ -201,9 +201,9 @@ std::vector<std::string> Stage::locked() {
     std::vector<std::string> found;
     std::ifstream file(
         "/proc/locks");  // a lock of a process that this device does not see has number 0 or -1
-    const std::string of_us = ' ' + std::to_string(getpid()) + ' ';
+    const std::string ofUs = ' ' + std::to_string(getpid()) + ' ';
     for (std::string line; std::getline(file, line);) {
-        if (line.find(of_us) == std::string::npos && line.find(" 0 ") == std::string::npos &&
+        if (line.find(ofUs) == std::string::npos && line.find(" 0 ") == std::string::npos &&
             line.find(" -1 ") == std::string::npos) {
             found.push_back(line);
         }

@@ -51,8 +51,8 @@ public:
     static void put_files(const Files &files);
 
     /// What became of things that are others'; a text each.
-    /// @param with_lines  their lines in the list of local accounts count, too.
-    [[nodiscard]] std::vector<std::string> harmed(bool with_lines) const;
+    /// @param withLines  their lines in the list of local accounts count, too.
+    [[nodiscard]] std::vector<std::string> harmed(bool withLines) const;
 
     /// What still runs, and what is still locked; a text each.
     [[nodiscard]] static std::vector<std::string> running();

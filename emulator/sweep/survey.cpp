@@ -108,7 +108,7 @@ Survey survey(Stage &stage, const std::vector<std::string> &kinds) {
     Survey result;
     Good &good = result.good;
     stage.prepare();
-    const Files old_files = Stage::files();
+    const Files oldFiles = Stage::files();
     good.states.push_back(stage.state());
     _take_names(good);
     const auto begin = std::chrono::steady_clock::now();
@@ -118,22 +118,22 @@ Survey survey(Stage &stage, const std::vector<std::string> &kinds) {
     const std::vector<json> journal = stage.device().journal().all();
     _note(good, stage, first);
     good.reported = first.reported;
-    const Files new_files = Stage::files();
-    const json first_state = good.states.back();
+    const Files newFiles = Stage::files();
+    const json firstState = good.states.back();
 
     // The runs after it: when all of it was done, when only the cloud's part was, when only the device's was.
     _note(good, stage, _good_run(stage, false));
-    Stage::put_files(old_files);
+    Stage::put_files(oldFiles);
     _note(good, stage, _good_run(stage, false));
     stage.prepare();
-    Stage::put_files(new_files);
+    Stage::put_files(newFiles);
     _note(good, stage, _good_run(stage, false));
 
     stage.prepare();
     const bool traced = _wanted(kinds, "syscalls") || _wanted(kinds, "kills") || _wanted(kinds, "files");
     const Outcome second = _good_run(stage, traced);
     _note(good, stage, second);
-    _find_moving(good, first_state, good.states.back());
+    _find_moving(good, firstState, good.states.back());
 
     const Trace trace = read_trace(second.trace);
     result.skipped = trace.before;

@@ -298,10 +298,10 @@ json _judged(Stage &stage, const Survey &found, const std::string &point) {
 }  // namespace
 
 int sweep_over(const Options &options, const std::vector<Command> &commands) {
-    const auto is_traced = [](const std::string &kind) {
+    const auto isTraced = [](const std::string &kind) {
         return kind == "syscalls" || kind == "kills" || kind == "files";
     };
-    if (std::any_of(options.kinds.begin(), options.kinds.end(), is_traced)) {
+    if (std::any_of(options.kinds.begin(), options.kinds.end(), isTraced)) {
         static_cast<void>(Process({"strace", "-V"}).wait());  // throws where it is missing, and names it
     }
     Sweep sweep(options);

@@ -38,16 +38,16 @@ Quote _find_quote(const std::string &text, size_t from) {
 }
 
 // Covers the value of one member that begins at its name. @return where to go on.
-size_t _cover_member(std::string &text, size_t name_end) {
-    const Quote name = _find_quote(text, name_end);
-    if (name.at != name_end) {
-        return name_end;  // the word stands in another place than a name
+size_t _cover_member(std::string &text, size_t nameEnd) {
+    const Quote name = _find_quote(text, nameEnd);
+    if (name.at != nameEnd) {
+        return nameEnd;  // the word stands in another place than a name
     }
     const size_t colon = name.at + name.slashes + 1;
     const size_t value = text.find_first_not_of(": \t", colon);
     const Quote begin = _find_quote(text, std::min(value, text.size()));
     if (value == colon || begin.at != value || begin.slashes != name.slashes) {
-        return name_end;
+        return nameEnd;
     }
     const size_t first = begin.at + begin.slashes + 1;
     Quote end = _find_quote(text, first);
@@ -62,7 +62,7 @@ size_t _cover_member(std::string &text, size_t name_end) {
 
 }  // namespace
 
-Secrets::Secrets(const json &cloud_model) {
+Secrets::Secrets(const json &cloudModel) {
     const auto keep = [this](const json &holder, const char *name) {
         const std::string value = holder.value(name, "");
         if (value.size() >= kShortest) {
@@ -70,10 +70,10 @@ Secrets::Secrets(const json &cloud_model) {
             values_.push_back(to_hex(value));
         }
     };
-    for (const json &account : cloud_model.at("accounts")) {
+    for (const json &account : cloudModel.at("accounts")) {
         keep(account, "password");
     }
-    keep(cloud_model.at("token"), "deviceToken");
+    keep(cloudModel.at("token"), "deviceToken");
     // The longest first: one may begin with another.
     std::sort(values_.begin(), values_.end(),
               [](const auto &one, const auto &other) { return one.size() > other.size(); });

@@ -12,7 +12,7 @@ namespace emulator {
 class Secrets {
 public:
     /// The cloud's passwords and its token are known by value, so they are found wherever they stand.
-    explicit Secrets(const json &cloud_model);
+    explicit Secrets(const json &cloudModel);
 
     /// The text with each secret covered: those that are known, also in hexadecimal, and what members such as
     /// "cloudPassword" hold, in JSON as well as in JSON that is a text within JSON, to any depth.

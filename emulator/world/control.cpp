@@ -82,21 +82,21 @@ Run Control::run_command(const std::vector<std::string> &argv, const Output &out
     note_start(argv);
     size_t out = 0;
     size_t err = 0;
-    const auto hand_out = [&] {
-        const std::string all_out = process.out();
-        const std::string all_err = process.err();
-        if (output && (all_out.size() > out || all_err.size() > err)) {
-            output(std::string_view(all_out).substr(out), std::string_view(all_err).substr(err));
-            out = all_out.size();
-            err = all_err.size();
+    const auto handOut = [&] {
+        const std::string allOut = process.out();
+        const std::string allErr = process.err();
+        if (output && (allOut.size() > out || allErr.size() > err)) {
+            output(std::string_view(allOut).substr(out), std::string_view(allErr).substr(err));
+            out = allOut.size();
+            err = allErr.size();
         }
     };
     while (process.running()) {
-        hand_out();
+        handOut();
         std::this_thread::sleep_for(kLookEvery);
     }
     Run run = process.wait();
-    hand_out();
+    handOut();
     device_.settle(kLastScripts);
     const json record{{"argv", argv}, {"printed", run.out}, {"status", run.status}, {"signal", run.signal}};
     journal().add("run", record);

@@ -134,10 +134,9 @@ void Device::_start(const json &cloud) {
     broker_ = std::make_unique<Broker>(journal_, *cloud_, scenario_);
     const std::string kmpd = scenario_.value("kmpd", "answer");
     const char *const order = std::getenv("CLOUD_MSG_BYTE_ORDER");  // of the program under test
-    const bool big_endian = order != nullptr && std::string_view(order) == "big";
+    const bool bigEndian = order != nullptr && std::string_view(order) == "big";
     if (kmpd != "absent") {
-        kmpd_ =
-            std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", big_endian));
+        kmpd_ = std::make_unique<Kmpd>(journal_, _kmpd_reply(kmpd), scenario_.value("big_endian", bigEndian));
     }
 
     recorder_ = bound_socket(SOCK_DGRAM | SOCK_NONBLOCK, kRecorderPath);

@@ -12,10 +12,10 @@
 namespace emulator {
 namespace {
 
-std::string _make_image(const std::string &version, size_t payload_bytes) {
+std::string _make_image(const std::string &version, size_t payloadBytes) {
     const std::string path = std::string(kPrivateFolder) + "/offered.img";
     const Run run = Process({"cloud_image", "make", "--version", version, "--size",
-                             std::to_string(payload_bytes), "-o", path})
+                             std::to_string(payloadBytes), "-o", path})
                         .wait();
     if (run.status != 0) {
         throw std::runtime_error("cloud_image: " + run.err);
@@ -28,9 +28,9 @@ std::string _make_image(const std::string &version, size_t payload_bytes) {
 
 }  // namespace
 
-void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payload_bytes) {
+void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payloadBytes) {
     const std::string name = "/re_" + version.substr(0, version.find(' '));
-    server.put_later(name + ".bin", [version, payload_bytes] { return _make_image(version, payload_bytes); });
+    server.put_later(name + ".bin", [version, payloadBytes] { return _make_image(version, payloadBytes); });
     device.cloud().change({{"firmware", json::array({{{"fwType", 2},
                                                       {"fwVer", version},
                                                       {"fwReleaseDate", "2021-06-11"},

@@ -14,7 +14,7 @@ inline constexpr const char *kNewVersion = "1.0.7 Build 20210611 Rel.51820";
 
 /// Has the cloud offer an image of a version as its only firmware. The server has it made, by `cloud_image`,
 /// when it is first asked for.
-void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payload_bytes);
+void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payloadBytes);
 
 /// Makes the status file as the web interface does.
 void put_status_file();

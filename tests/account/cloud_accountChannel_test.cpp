@@ -25,9 +25,9 @@ TEST_P(AccountKickoff, SendsItsThreeDatagramsWhateverTheDaemonDoes) {
         expect_console(device, "]Send request failed. No such file or directory");
         return;
     }
-    const auto is_datagram = has({{"kind", "datagram"}});
+    const auto isDatagram = has({{"kind", "datagram"}});
     device.journal().wait_for(
-        [&, seen = 0](const json &record) mutable { return is_datagram(record) && ++seen == 3; });
+        [&, seen = 0](const json &record) mutable { return isDatagram(record) && ++seen == 3; });
     const std::vector<json> datagrams = device.journal().of_kind("datagram");
     ASSERT_EQ(datagrams.size(), 3U);
     const int lengths[] = {120, 128, 160};

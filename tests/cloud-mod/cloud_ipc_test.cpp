@@ -189,11 +189,11 @@ TEST(IpcSockets, ConnectsAndClosesOnExec) {
 
 TEST(IpcSockets, RefusesPathsWithoutAServer) {
     const int open = open_descriptors();
-    const std::string too_long = "/tmp/" + std::string(104, 'x');
+    const std::string tooLong = "/tmp/" + std::string(104, 'x');
     Log log(1);
     EXPECT_EQ(cloud_ipc_client_init("/tmp/nobody"), -2001);
-    EXPECT_EQ(cloud_ipc_client_init(too_long.c_str()), -2001);
-    EXPECT_EQ(cloud_ipc_server_init(too_long.c_str()), -2000);
+    EXPECT_EQ(cloud_ipc_client_init(tooLong.c_str()), -2001);
+    EXPECT_EQ(cloud_ipc_server_init(tooLong.c_str()), -2000);
     EXPECT_EQ(log.of(kIpc),
               "fail to connect the socket, errno:2:No such file or directory / "
               "fail to connect the socket, errno:36:File name too long / "

@@ -94,11 +94,11 @@ class ExtenderKeepsTheHost : public testing::TestWithParam<User> {};
 // works.
 TEST_P(ExtenderKeepsTheHost, FromWhatACommandWrites) {
     std::vector<std::string> words = GetParam().become;
-    const auto as_user = [&](std::vector<std::string> more) {
+    const auto asUser = [&](std::vector<std::string> more) {
         more.insert(more.begin(), words.begin(), words.end());
         return Process(std::move(more)).wait();
     };
-    if (as_user({"true"}).status != 0) {
+    if (asUser({"true"}).status != 0) {
         GTEST_SKIP() << "only root can become another user";
     }
     ASSERT_EQ(mount("tmpfs", "/srv", "tmpfs", 0, "mode=0777"), 0);
@@ -108,7 +108,7 @@ TEST_P(ExtenderKeepsTheHost, FromWhatACommandWrites) {
         std::filesystem::permissions(folder, std::filesystem::perms::all);
     }
     std::filesystem::current_path(host);
-    const auto run = as_user(
+    const auto run = asUser(
         {_extender(), "run", "--flash", "flash", "--journal", "j", "--", "sh", "-c",
          "for at in / /etc /root /srv $PWD /proc/sys/kernel; do"
          " ! touch $at/hostname 2>/dev/null || echo $at; done; touch /tmp/x /mnt/x /dev/shm/x /usr/bin/x"});

@@ -17,26 +17,26 @@ using testing::IsEmpty;
 using namespace std::string_literals;
 
 // The third datagram of a sequence as a big-endian or little-endian program would send it.
-std::string _datagram(bool big_endian) {
+std::string _datagram(bool bigEndian) {
     std::string bytes(10360, '\0');
     bytes.replace(8, 8,
-                  big_endian ? "\x00\x00\x00\xA0\x00\x00\x00\x01"s : "\xA0\x00\x00\x00\x01\x00\x00\x00"s);
+                  bigEndian ? "\x00\x00\x00\xA0\x00\x00\x00\x01"s : "\xA0\x00\x00\x00\x01\x00\x00\x00"s);
     bytes.replace(16, 32, "signalbooster425425425425425425m");
     bytes.replace(120, 40, "AQACAAEABQAACAAAAAAAAAKejGoBAQYAAAAAAA==");
     return bytes;
 }
 
 TEST(Kmpd, FindsAFaultAtEachOffset) {
-    for (const bool big_endian : {false, true}) {
-        const std::string right = _datagram(big_endian);
-        EXPECT_THAT(check_datagram(right, big_endian), IsEmpty());
-        EXPECT_THAT(check_datagram(right, !big_endian), testing::SizeIs(2));
-        EXPECT_THAT(check_datagram(right.substr(1), big_endian), ElementsAre("size 10359"));
+    for (const bool bigEndian : {false, true}) {
+        const std::string right = _datagram(bigEndian);
+        EXPECT_THAT(check_datagram(right, bigEndian), IsEmpty());
+        EXPECT_THAT(check_datagram(right, !bigEndian), testing::SizeIs(2));
+        EXPECT_THAT(check_datagram(right.substr(1), bigEndian), ElementsAre("size 10359"));
         std::string wrong = right;
         for (size_t offset = 0; offset < right.size(); offset += offset < 200 ? 1 : 7) {
             wrong[offset] = static_cast<char>(right[offset] ^ 'x');
             if (offset < 120 || offset >= 160) {  // the payload's letters themselves are free
-                EXPECT_THAT(check_datagram(wrong, big_endian), testing::Not(IsEmpty())) << offset;
+                EXPECT_THAT(check_datagram(wrong, bigEndian), testing::Not(IsEmpty())) << offset;
             }
             wrong[offset] = right[offset];
         }

@@ -219,7 +219,7 @@ TEST_F(Firmware, ToolRefusesWhatIsNoImage) {
 }
 
 TEST_F(Firmware, ToolSparesWhatWasThere) {
-    const std::string in_folder = "cd " + state.root().string() + " && ";
+    const std::string inFolder = "cd " + state.root().string() + " && ";
     write_file(state.root() / "keep", "kept");
     std::filesystem::create_symlink("keep", state.root() / "link");
     std::filesystem::create_directory(state.root() / "folder");
@@ -233,16 +233,16 @@ TEST_F(Firmware, ToolSparesWhatWasThere) {
           {"--version 1 --size 5 -o folder", "folder: is there"},
           {"--version 1 --size 5 -o pipe", "pipe: is there"},
           {"--version 1 --size 5 -o absent/x", "absent/x: No such file"}}) {
-        const Ran ran = shell(in_folder + "cloud_image make " + arguments);
+        const Ran ran = shell(inFolder + "cloud_image make " + arguments);
         EXPECT_EQ(ran.status, 1) << arguments;
         EXPECT_THAT(ran.out, testing::StartsWith(std::string("cloud_image: ") + told));
     }
     // The disk is full when half is written.
-    EXPECT_NE(shell(in_folder + "ulimit -f 8; trap '' XFSZ; cloud_image make --version 1 --size 9999 -o keep")
+    EXPECT_NE(shell(inFolder + "ulimit -f 8; trap '' XFSZ; cloud_image make --version 1 --size 9999 -o keep")
                   .status,
               0);
-    EXPECT_EQ(shell(in_folder + "cat keep; ls").out, "keptfolder\nkeep\nlink\npipe\n");
-    EXPECT_EQ(shell(in_folder +
+    EXPECT_EQ(shell(inFolder + "cat keep; ls").out, "keptfolder\nkeep\nlink\npipe\n");
+    EXPECT_EQ(shell(inFolder +
                     "umask 027; cloud_image make --version 1 --size 5 -o keep; ls; cloud_image info keep")
                   .out,
               "folder\nkeep\nlink\npipe\nversion: 1\npayload: 5 bytes\nchecksum: good\n");

@@ -105,7 +105,7 @@ TEST_F(Rsa, KeepsItsKey) {
 TEST(RsaKeyFile, IsMadeOnceByProcessesThatStartAtOnce) {
     const StateFolder state;
     write_file(state.key().string() + ".new", "what a killed writer left");
-    const auto print_key = [&state](const std::string &name) {
+    const auto printKey = [&state](const std::string &name) {
         return [&state, name] {
             Keys keys;
             const int result = librsa_get_keys(keys.key1, keys.key2, keys.key3);
@@ -115,7 +115,7 @@ TEST(RsaKeyFile, IsMadeOnceByProcessesThatStartAtOnce) {
     };
     std::vector<Child> children;
     for (const char *name : {"a", "b", "c"}) {
-        children.emplace_back(print_key(name));
+        children.emplace_back(printKey(name));
     }
     for (Child &child : children) {
         EXPECT_EQ(child.wait(), 0);

@@ -85,10 +85,10 @@ std::string pattern(size_t size) {
     return text;
 }
 
-std::string image(Device &device, const std::string &version, size_t payload_bytes) {
+std::string image(Device &device, const std::string &version, size_t payloadBytes) {
     const std::string path = "/tmp/made.img";
     const auto run = device.run(
-        {"cloud_image", "make", "--version", version, "--size", std::to_string(payload_bytes), "-o", path});
+        {"cloud_image", "make", "--version", version, "--size", std::to_string(payloadBytes), "-o", path});
     EXPECT_EQ(run.status, 0) << run.err;
     std::string content = program::file(path);
     unlink(path.c_str());

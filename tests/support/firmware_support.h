@@ -36,7 +36,7 @@ inline const std::string kNewVersion = "1.0.7 Build 20210611 Rel.51820";
 [[nodiscard]] std::string pattern(size_t size);
 
 /// An image file as the platform accepts it.
-[[nodiscard]] std::string image(Device &device, const std::string &version, size_t payload_bytes);
+[[nodiscard]] std::string image(Device &device, const std::string &version, size_t payloadBytes);
 
 /// A list entry as the cloud gives it.
 [[nodiscard]] json entry(const std::string &version, const std::string &url);

@@ -110,7 +110,7 @@ TEST(Tap, LeavesEachSideWhatTheOtherSays) {
     listen(listening.get(), 8);
     const Process tap = _start_tap();
     ASSERT_TRUE(_taken(_inode(kPath))) << tap.err();
-    const auto connect_both = [&](Descriptor *client, Descriptor *broker) {
+    const auto connectBoth = [&](Descriptor *client, Descriptor *broker) {
         client->reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_un address = socket_address(kPath);
         ASSERT_EQ(connect(client->get(), reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
@@ -128,7 +128,7 @@ TEST(Tap, LeavesEachSideWhatTheOtherSays) {
     Descriptor client;
     Descriptor broker;
 
-    connect_both(&client, &broker);
+    connectBoth(&client, &broker);
     write_all(client.get(), "all");
     shutdown(client.get(), SHUT_WR);
     EXPECT_EQ(take(broker, 4), "all") << "half closed: the other way is still open";
@@ -136,13 +136,13 @@ TEST(Tap, LeavesEachSideWhatTheOtherSays) {
     broker.reset();
     EXPECT_EQ(take(client, 7), "answer");
 
-    connect_both(&client, &broker);
+    connectBoth(&client, &broker);
     broker.reset();
     EXPECT_EQ(take(client, 1), "");
     EXPECT_TRUE(test::await([&] { return send(client.get(), "x", 1, MSG_NOSIGNAL) < 0 && errno == EPIPE; }));
 
     // A client that does not read holds up its own broker alone.
-    connect_both(&client, &broker);
+    connectBoth(&client, &broker);
     std::string sent;
     for (ssize_t size = 1; size > 0;
          sent.append(size > 0 ? static_cast<size_t>(size) : 0, static_cast<char>('a' + sent.size() % 23))) {
@@ -151,7 +151,7 @@ TEST(Tap, LeavesEachSideWhatTheOtherSays) {
     }
     Descriptor otherClient;
     Descriptor otherBroker;
-    connect_both(&otherClient, &otherBroker);
+    connectBoth(&otherClient, &otherBroker);
     write_all(otherBroker.get(), "heard");
     EXPECT_EQ(take(otherClient, 5), "heard");
     broker.reset();
