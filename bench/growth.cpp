@@ -63,8 +63,8 @@ void _add(Growth &growth, double work, const emulator::CostOptions &options, emu
     growth.resident.points.emplace_back(work, resident);
     growth.own.points.emplace_back(work, own);
     std::printf("| %s, %g %s | %.2f | %.2f | %d | %d | %d |\n", options.command.at(1).c_str(), work,
-                options.command.at(1) == "download" ? "MiB" : "entries", wallMs, processorMs, calls,
-                resident, own);
+                options.command.at(1) == "download" ? "MiB" : "entries", wallMs, processorMs, calls, resident,
+                own);
     std::fflush(stdout);
 }
 

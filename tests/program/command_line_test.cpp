@@ -134,7 +134,8 @@ TEST(CommandLineRules, TheConsoleGetsEveryByte) {
     std::vector<std::string> words{
         "bash", "-c",
         "rm /dev/console && mkfifo /dev/console && exec 3<>/dev/console && \"$@\" download; "
-        "dd if=/dev/console iflag=nonblock bs=64k 2>/dev/null | sed -E 's/^\\[[^]]*]\\[(.*):[0-9]+]/[DATE][\\1:LINE]/'",
+        "dd if=/dev/console iflag=nonblock bs=64k 2>/dev/null | sed -E "
+        "'s/^\\[[^]]*]\\[(.*):[0-9]+]/[DATE][\\1:LINE]/'",
         "bash"};
     const std::vector<std::string> command = emulator::cloud_msg_command();
     words.insert(words.end(), command.begin(), command.end());
