@@ -22,7 +22,8 @@
 namespace {
 
 constexpr char kLogUnit[] = "cloud_api";
-constexpr char kVersion[] = "";  // empty on purpose: the stamp alone tells builds apart
+// Contract: no version, always this stamp, and the line that shows them is an error line.
+constexpr char kVersion[] = "";
 constexpr char kBuildStamp[] = "20171220_114854";
 constexpr int kSignalExitStatus = -1;
 
@@ -55,6 +56,7 @@ using ApiOwner = std::unique_ptr<CloudApi, Releaser<_release>>;
     api->clientFd = fd;
     CLOUD_DEBUG_IN(kInit, "api sockfd:%d", fd);
 
+    // Contract: spelled so here and in the register thread, and right in the callback thread.
     if (!cloud_api_accept(fd, CLOUD_HERE_IN(kInit), "errocode")) {
         return false;
     }
@@ -164,6 +166,7 @@ void cloud_api_destroy() {
 
 void cloud_api_dump(CloudApi *api) {
     CLOUD_DEBUG("cloud api dump");
+    // Contract: 57 dashes before, 56 after.
     cloud_log_text("---------------------------------------------------------");
     cloud_log_text("    status :    %d", api->status);
     cloud_log_text("    clientFd:   %d", api->clientFd);

@@ -22,6 +22,7 @@ namespace {
 
 constexpr char kLogUnit[] = "cloud_callback";
 constexpr char kTimeoutAnswer[] = R"({"error_code":-3002,"msg":"Request timeout"})";
+static_assert(KXCC_ERROR_TIMEOUT == -3002);
 constexpr int kNoDescriptor = 0;
 constexpr char kThread[] = "callback_thread";  // its helpers log in its name
 
@@ -29,22 +30,22 @@ constexpr char kThread[] = "callback_thread";  // its helpers log in its name
     return {api->cb, static_cast<size_t>(api->cbMaxNum)};
 }
 
-[[nodiscard]] bool _outlived(const CallbackSlot &slot, int64_t now) {
-    return now - slot.reqTime > slot.timeout;
+[[nodiscard]] bool _outlived(const CallbackSlot &slot, int64_t nowMs) {
+    return nowMs - slot.reqTime > slot.timeout;
 }
 
 // Enters the request in a usable slot. Returns whether there was one.
-[[nodiscard]] bool _enter(CloudApi *api, int32_t id, int32_t timeout, kxcc_callback callback) {
+[[nodiscard]] bool _enter(CloudApi *api, int32_t id, int32_t timeoutMs, kxcc_callback callback) {
     const SignalsBlocked blocked;
     const LockHeld lock(&api->callbackLock);
-    const int64_t now = cloud_time_ms();
+    const int64_t nowMs = cloud_time_ms();
     const std::span<CallbackSlot> slots = _slots(api);
     const auto usable = std::ranges::find_if(
-        slots, [now](const CallbackSlot &slot) { return slot.id == 0 || _outlived(slot, now); });
+        slots, [nowMs](const CallbackSlot &slot) { return slot.id == 0 || _outlived(slot, nowMs); });
     if (usable == slots.end()) {
         return false;
     }
-    *usable = CallbackSlot{id, timeout, now, now, callback};
+    *usable = CallbackSlot{id, timeoutMs, nowMs, nowMs, callback};
     return true;
 }
 
@@ -58,14 +59,14 @@ enum class Due { kNothing, kFree, kTimeout, kPoll };
     if (slot->id == 0) {
         return Due::kFree;
     }
-    const int64_t now = cloud_time_ms();
-    if (_outlived(*slot, now)) {
+    const int64_t nowMs = cloud_time_ms();
+    if (_outlived(*slot, nowMs)) {
         return Due::kTimeout;
     }
-    if (now - slot->lastGetResTime < kPollIntervalMs) {
+    if (nowMs - slot->lastGetResTime < kPollIntervalMs) {
         return Due::kNothing;
     }
-    slot->lastGetResTime = now;
+    slot->lastGetResTime = nowMs;
     return Due::kPoll;
 }
 
@@ -167,7 +168,7 @@ void _receive(CloudApi *api) {
     const int32_t result = cloud_ipc_recv(fd, &type, &received);
     const HeapText body(received);
     if (result == KXCC_ERROR_RECEIVE) {
-        CLOUD_ERROR_IN(kThread, "cloud-brd close ipc");
+        CLOUD_ERROR_IN(kThread, "cloud-brd close ipc");  // Contract: the thread goes on without a broker.
     } else if (result != KXCC_OK) {
         CLOUD_ERROR_IN(kThread, "ipc recv error");
     } else if (type != static_cast<uint32_t>(Message::kAnswer) || body == nullptr) {
@@ -180,12 +181,12 @@ void _receive(CloudApi *api) {
 
 }  // namespace
 
-int32_t callback_insert(CloudApi *api, int32_t id, int32_t timeout, kxcc_callback callback) {
+int32_t callback_insert(CloudApi *api, int32_t id, int32_t timeoutMs, kxcc_callback callback) {
     if (api == nullptr || id == 0 || callback == nullptr) {
         CLOUD_DEBUG("parameter error");
         return KXCC_ERROR_PARAMETER;
     }
-    if (!_enter(api, id, timeout, callback)) {
+    if (!_enter(api, id, timeoutMs, callback)) {
         CLOUD_DEBUG("callback pool full, pool slot:%d", api->cbMaxNum);
         CLOUD_DEBUG("callback insert error");
         return KXCC_ERROR_GENERAL;

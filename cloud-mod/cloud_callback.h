@@ -4,8 +4,8 @@
 //
 // A request's state is its slot: id 0 is free; pending from the insert until its callback has returned from
 // its answer or time-out. A callback may submit requests of its own. Slots are read and written under
-// callbackLock, held for a few instructions only, never during a callback or a transfer. One message is read
-// in each round of the thread: with more than about ten requests pending at once, answers come late.
+// callbackLock, which is never held during a callback or a transfer. One message is read in each round of the
+// thread: with more than about ten requests pending at once, answers come late.
 #pragma once
 
 #include <kxcc.h>
@@ -14,13 +14,13 @@
 
 #include "cloud_instance.h"
 
-/// Enters a request in the first slot that is free or whose request has outlived its time-out (that
-/// one's callback is then not called any more).
+/// Enters a request in the first slot that is free or whose request has outlived its time-out.
+/// Contract: the callback of such a request is then not called any more.
 /// @return 0; KXCC_ERROR_PARAMETER null instance, id 0 or null callback; KXCC_ERROR_GENERAL pool full.
-[[nodiscard]] int32_t callback_insert(CloudApi *api, int32_t id, int32_t timeout, kxcc_callback callback);
+[[nodiscard]] int32_t callback_insert(CloudApi *api, int32_t id, int32_t timeoutMs, kxcc_callback callback);
 
-/// Makes sure that the callback thread runs. A thread whose connection failed counts as running: no
-/// other starts in this instance.
+/// Makes sure that the callback thread runs.
+/// Contract: a thread whose connection failed counts as running, so no other starts in this instance.
 /// @return 0; KXCC_ERROR_PARAMETER null instance; KXCC_ERROR_GENERAL no thread.
 [[nodiscard]] int32_t callback_thread_create(CloudApi *api);
 
@@ -34,5 +34,7 @@ void *callback_thread(void *argument);
 /// Opens the thread's connection into `threadFd` (set also when the broker then refuses).
 [[nodiscard]] bool callback_thread_connect_daemon(CloudApi *api);
 
-/// Prints the pool on standard output, whatever the log level.
+// Interface only: nothing in the library calls what follows.
+
+/// Prints the pool on standard output, whatever the log level. @param api  not null.
 void callback_dump(CloudApi *api);

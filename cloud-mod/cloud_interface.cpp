@@ -150,10 +150,10 @@ using ShortBody = std::array<char, kShortBodySize>;
 }
 
 // The request may hold a plain password.
-[[nodiscard]] SecretText _envelope(const char *request, int32_t timeout, int32_t flag) {
+[[nodiscard]] SecretText _envelope(const char *request, int32_t timeoutMs, int32_t flag) {
     const SecretTree tree(cJSON_CreateObject());
     const bool built = cJSON_AddStringToObject(tree.get(), "request", request) != nullptr &&
-                       cJSON_AddNumberToObject(tree.get(), "timeout", timeout) != nullptr &&
+                       cJSON_AddNumberToObject(tree.get(), "timeout", timeoutMs) != nullptr &&
                        cJSON_AddNumberToObject(tree.get(), "flag", flag) != nullptr;
     return cloud_json_print_secret(built ? tree.get() : nullptr);
 }
@@ -172,7 +172,7 @@ using ShortBody = std::array<char, kShortBodySize>;
     }
     if (errorCode != 0) {
         CLOUD_ERROR_IN(call, "send request async error");
-        return errorCode;
+        return errorCode;  // Contract: as it is; the caller takes a positive one for an id.
     }
     if (!cloud_json_int(tree.get(), "id", id)) {
         CLOUD_ERROR_IN(call, "id parse error");
@@ -183,10 +183,10 @@ using ShortBody = std::array<char, kShortBodySize>;
 }
 
 // Hands the polling for an accepted request to the callback thread.
-[[nodiscard]] int32_t _poll_in_background(const char *call, int32_t id, int32_t timeout,
+[[nodiscard]] int32_t _poll_in_background(const char *call, int32_t id, int32_t timeoutMs,
                                           kxcc_callback callback) {
     CloudApi *const api = cloudApi;  // not the one from before the exchange: it may be gone
-    const int32_t inserted = callback_insert(api, id, timeout, callback);
+    const int32_t inserted = callback_insert(api, id, timeoutMs, callback);
     if (inserted != KXCC_OK) {
         CLOUD_DEBUG_IN(call, "callback thread insert error");
         return inserted;
@@ -210,8 +210,8 @@ using ShortBody = std::array<char, kShortBodySize>;
     if (!_main_connection(call, &fd)) {
         return KXCC_ERROR_SEND;
     }
-    const int32_t waited = timeout < 0 ? kDefaultTimeoutMs : timeout;
-    const SecretText envelope = _envelope(request, waited, flag);
+    const int32_t waitMs = timeout < 0 ? kDefaultTimeoutMs : timeout;
+    const SecretText envelope = _envelope(request, waitMs, flag);
     if (envelope == nullptr) {
         CLOUD_DEBUG_IN(call, "create json error");
         return KXCC_ERROR_GENERAL;
@@ -225,7 +225,7 @@ using ShortBody = std::array<char, kShortBodySize>;
     int32_t id = 0;
     result = _accepted_id(call, body.get(), &id);
     if (result == KXCC_OK && callback != nullptr) {
-        result = _poll_in_background(call, id, waited, callback);
+        result = _poll_in_background(call, id, waitMs, callback);
     }
     return result == KXCC_OK ? id : result;
 }
@@ -242,6 +242,7 @@ using ShortBody = std::array<char, kShortBodySize>;
         CLOUD_ERROR_IN(call, "get id error");
         return KXCC_ERROR_REPLY;
     }
+    // Contract: which id it is is not looked at; an answer without a code is a pending one.
     int32_t errorCode = 0;
     if (!cloud_json_int(tree.get(), "errorcode", &errorCode) || errorCode == KXCC_ERROR_PENDING) {
         CLOUD_DEBUG_IN(call, "response has not reach yet");
@@ -296,14 +297,15 @@ int32_t kxcc_get_response(int32_t id, char **text) {
 }
 
 int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text) {
-    const int32_t waited = timeout < 0 ? kDefaultTimeoutMs : timeout;
-    const int32_t id = kxcc_send_request_async(request, waited, flag, nullptr);
+    const int32_t waitMs = timeout < 0 ? kDefaultTimeoutMs : timeout;
+    const int32_t id = kxcc_send_request_async(request, waitMs, flag, nullptr);
     if (id < 0) {
         CLOUD_ERROR("send request async error");
         return id;
     }
-    const int64_t start = cloud_time_ms();
-    while (cloud_time_ms() - start < waited) {
+    const int64_t startMs = cloud_time_ms();
+    while (cloud_time_ms() - startMs < waitMs) {
+        // Contract: a poll that fails, for whatever reason, counts as "not yet".
         if (kxcc_get_response(id, text) == KXCC_OK) {
             CLOUD_DEBUG("get response success");
             return KXCC_OK;

@@ -229,7 +229,7 @@ bool register_thread_connect_daemon(CloudApi *api) {
         return false;
     }
     CLOUD_DEBUG("api register sockfd:%d", fd.get());
-    if (!cloud_api_accept(fd.get(), CLOUD_HERE, "errocode")) {
+    if (!cloud_api_accept(fd.get(), CLOUD_HERE, "errocode")) {  // Contract: spelled so.
         return false;
     }
     CLOUD_DEBUG("thread connect daemon success");

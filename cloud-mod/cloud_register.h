@@ -21,8 +21,8 @@ struct RegisterHooks {
 /// Gives the instance the hooks that its thread shall call. Of the owning thread.
 void register_set_hooks(CloudApi *api, const RegisterHooks &hooks);
 
-/// Makes sure that the register thread runs. A thread that lost its broker, or never reached it,
-/// counts as running until register_thread_destroy(); one that the broker refused does not.
+/// Makes sure that the register thread runs. A thread that lost its broker, or that it did not let in, counts
+/// as running until register_thread_destroy(); one whose registration the broker refused does not.
 /// @return 0; KXCC_ERROR_PARAMETER null instance; KXCC_ERROR_GENERAL no thread.
 [[nodiscard]] int32_t register_thread_create(CloudApi *api);
 
@@ -30,7 +30,7 @@ void register_set_hooks(CloudApi *api, const RegisterHooks &hooks);
 /// @return 0 or KXCC_ERROR_PARAMETER (null instance).
 int32_t register_thread_destroy(CloudApi *api);
 
-/// The thread. @param argument the instance. @return null, or (void *)1 after a failed start.
+/// The thread. @param argument the instance. @return null, or (void *)1 when it was not let in or refused.
 void *register_thread(void *argument);
 
 /// Opens the thread's connection into `registerFd`, which is set once the broker lets it in.

@@ -14,12 +14,12 @@ constexpr char kLogUnit[] = "cloud_register";  // the log's readers know the cal
 
 // Waits for the thread to report the broker's consent. A signal may take the instance away meanwhile.
 [[nodiscard]] bool _wait_registered(const CloudApi *api) {
-    const int64_t start = cloud_time_ms();
+    const int64_t startMs = cloud_time_ms();
     while (cloudApi == api) {
         if (api->registered != 0) {
             return true;
         }
-        if (cloud_time_ms() - start >= kRegisterWaitMs) {
+        if (cloud_time_ms() - startMs >= kRegisterWaitMs) {
             break;
         }
         usleep(kLoopSleepMs * kUsPerMs);

@@ -1,7 +1,7 @@
-// Owners: each holds one resource of the system and gives it back when its scope ends.
-// One header for all device code and the reference platform. Device code releases nothing by hand, but for
-// cmem_updateFirmwareBufFree, whose contract is to free the bare pointer that it is given. Handing a resource
-// over to C is a visible release().
+// Owners: each holds one resource of the system and gives it back when its scope ends. Owners of secrets are
+// in cloud_secret.h, those of one module's resource beside it. Device code and the reference platform release
+// nothing else by hand, but for cmem_updateFirmwareBufFree, whose contract is to free the bare pointer that
+// it is given. Handing a resource over to C is a visible release().
 #pragma once
 
 #include <cjson/cJSON.h>

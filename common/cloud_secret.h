@@ -57,22 +57,30 @@ private:
 };
 using SecretTree = std::unique_ptr<cJSON, SecretTreeReleaser>;
 
+/// Wipes all of its room, not only up to a text's end.
+struct RoomReleaser {
+    size_t room = 0;
+    void operator()(char *text) const {
+        explicit_bzero(text, room);
+        free(text);
+    }
+};
+
 /// Prints a tree without white space, and leaves no copy behind: the library's own printing grows its buffer
 /// by releasing smaller ones as they are.
-/// @return the text; null without memory.
+/// @return the text; null without memory, or beyond 256 MiB.
 [[nodiscard]] inline SecretText cloud_printSecret(cJSON *tree) {
     constexpr int kFirstRoom = 1024;
     constexpr int kLargestRoom = 1 << 28;
     for (int room = kFirstRoom; room <= kLargestRoom; room *= 4) {
-        char *text = static_cast<char *>(calloc(static_cast<size_t>(room), 1));
+        const auto bytes = static_cast<size_t>(room);
+        std::unique_ptr<char, RoomReleaser> text(static_cast<char *>(calloc(bytes, 1)), RoomReleaser{bytes});
         if (text == nullptr) {
-            return nullptr;
+            break;
         }
-        if (cJSON_PrintPreallocated(tree, text, room, 0) != 0) {
-            return SecretText(text);
+        if (cJSON_PrintPreallocated(tree, text.get(), room, 0) != 0) {
+            return SecretText(text.release());
         }
-        explicit_bzero(text, static_cast<size_t>(room));
-        free(text);
     }
     return nullptr;
 }

@@ -11,7 +11,6 @@ namespace {
 
 constexpr int32_t kTimeoutMs = 5000;
 constexpr int32_t kFlag = 1;
-constexpr int32_t kConnected = 2;
 
 struct Free {
     void operator()(char *text) const { std::free(text); }
@@ -21,7 +20,7 @@ using Answer = std::unique_ptr<char, Free>;
 }  // namespace
 
 int main(int argc, char **argv) {
-    if (const int32_t link = kxcc_get_link_status(); link != kConnected) {
+    if (const int32_t link = kxcc_get_link_status(); link != KXCC_LINK_UP) {
         std::cerr << "no link to the cloud: " << link << '\n';
         return EXIT_FAILURE;
     }

@@ -33,8 +33,8 @@ constexpr int kRetryMs = 2;         // until a busy broker is asked again
 constexpr int kLookMs = 250;        // where the kernel does not report changes of a folder
 constexpr int kLastCallMs = 50;     // for clients that came while the socket was given back
 constexpr long kNsPerMs = 1000000;
-constexpr unsigned kDrainSeconds = 1;  // for a slow reader, at the end
-constexpr int kStartSeconds = 1;       // between a broker's bind and its listen
+constexpr unsigned kDrainS = 1;  // for a slow reader, at the end
+constexpr int kStartS = 1;       // between a broker's bind and its listen
 constexpr uint64_t kFileLimitKib = 4096;
 constexpr uint64_t kKib = 1024;
 
@@ -64,13 +64,15 @@ struct Options {
     bool restore = false;
 };
 
-struct LinkReleaser {
-    void operator()(TapLink *link) const {
-        link->~TapLink();
-        free(link);
+// Of what placement new has made in memory of malloc().
+struct PlacedReleaser {
+    template <class Placed>
+    void operator()(Placed *object) const {
+        const std::unique_ptr<Placed, Releaser<free>> memory(object);
+        object->~Placed();
     }
 };
-using LinkOwner = std::unique_ptr<TapLink, LinkReleaser>;
+using LinkOwner = std::unique_ptr<TapLink, PlacedReleaser>;
 
 class Tap {
 public:
@@ -149,7 +151,7 @@ void Tap::_look() {
     }
 }
 
-// The broker is gone: what the client sees is a broker that closes at once.
+// The broker is gone: the client is let in and sees the connection close at once.
 void Tap::_refuse(UniqueFd client) {
     journal_->begin("connect");
     journal_->number("connection", ++number_);
@@ -164,7 +166,7 @@ void Tap::_accept() {
     const bool gone = !broker.ok() && (errno == ECONNREFUSED || errno == ENOENT);
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
-    if (!broker.ok() && (!gone || now.tv_sec - taken_.tv_sec <= kStartSeconds)) {
+    if (!broker.ok() && (!gone || now.tv_sec - taken_.tv_sec <= kStartS)) {
         retry_ = true;
         return;
     }
@@ -197,12 +199,12 @@ int Tap::_wait(const sigset_t *open) {
         links_[i]->watch(
             std::span<pollfd, TapLink::kSides>(&watched_[kLinks + i * TapLink::kSides], TapLink::kSides));
     }
-    int timeout = folder_.ok() ? -1 : kLookMs;
-    timeout = stopping_ && count_ == 0 ? kLastCallMs : timeout;
-    timeout = retry_ ? kRetryMs : timeout;
+    int timeoutMs = folder_.ok() ? -1 : kLookMs;
+    timeoutMs = stopping_ && count_ == 0 ? kLastCallMs : timeoutMs;
+    timeoutMs = retry_ ? kRetryMs : timeoutMs;
     retry_ = false;
-    const timespec time{0, timeout * kNsPerMs};
-    return ppoll(watched_.data(), kLinks + count_ * TapLink::kSides, timeout < 0 ? nullptr : &time, open);
+    const timespec time{0, timeoutMs * kNsPerMs};
+    return ppoll(watched_.data(), kLinks + count_ * TapLink::kSides, timeoutMs < 0 ? nullptr : &time, open);
 }
 
 void Tap::_serve() {
@@ -282,7 +284,7 @@ int Tap::run(bool wait) {
         }
     }
     _stop();
-    journal_->drain(kDrainSeconds);
+    journal_->drain(kDrainS);
     return status_;
 }
 
@@ -388,15 +390,11 @@ int main(int argc, char **argv) {
     const int sink = file.ok() ? file.get() : STDOUT_FILENO;
     const uint64_t limit = options.limited ? options.limitKib : file.ok() ? kFileLimitKib : 0;
     TapJournal journal(sink, limit * kKib);
-    void *const room = malloc(sizeof(Tap));
-    if (!journal.ok() || room == nullptr) {
+    void *const room = journal.ok() ? malloc(sizeof(Tap)) : nullptr;
+    if (room == nullptr) {
         dprintf(STDERR_FILENO, "kxcc-tap: no memory\n");
-        free(room);
         return 1;
     }
-    Tap *const tap = new (room) Tap(&socket, &journal, sink);
-    const int status = tap->run(options.wait);
-    tap->~Tap();
-    free(room);
-    return status;
+    const std::unique_ptr<Tap, PlacedReleaser> tap(new (room) Tap(&socket, &journal, sink));
+    return tap->run(options.wait);
 }

@@ -1,6 +1,5 @@
-// What goes one way on a connection, as messages for the journal. It only reads along: the bytes have
-// been handed on before. After bytes that are no message it looks for none any more, as the receiver cannot
-// either.
+// What goes one way on a connection, as messages for the journal. The bytes have been handed on before. After
+// bytes that are no message it looks for none any more, as the receiver cannot either. For one thread.
 #pragma once
 
 #include <string_view>

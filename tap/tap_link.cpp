@@ -36,7 +36,8 @@ bool TapLink::_send(size_t side) {
         if (size < 0 && errno == EAGAIN) {
             return false;
         }
-        if (size < 0 && errno != EINTR) {  // nobody reads it any more: the sender must come to know
+        if (size < 0 &&
+            errno != EINTR) {  // the other side does not read any more: the sender's sends fail then
             way.begin = way.end = 0;
             way.ended = true;
             shutdown(fds_[side].get(), SHUT_RD);
@@ -82,7 +83,7 @@ bool TapLink::serve(std::span<const pollfd, kSides> watched, TapJournal *journal
         open = open || !ways_[side].ended || ways_[side].begin < ways_[side].end;
     }
     for (size_t side = 0; side < kSides; ++side) {
-        // Gone altogether, and all that it sent has been handed on.
+        // Gone in both directions, and all that it sent has been handed on.
         open = open && !(hungUp_[side] && ways_[side].ended && ways_[side].begin == ways_[side].end);
     }
     return open;

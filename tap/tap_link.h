@@ -1,7 +1,7 @@
-// One client's connection and the broker's that stands for it: bytes go both ways as they come, before
-// they are looked at. Each way ends by itself (a half-closed connection stays one), a peer that is gone is
-// gone for the other side as well, and what one side does not take stays with the sender: at most one buffer
-// a way.
+// One client's connection and the broker's that stands for it. Bytes go both ways as they come, before they
+// are looked at. Each way ends by itself (a half-closed connection stays one). When a peer is gone, the link
+// closes. What one side does not take stays with the sender: the tap holds at most one buffer a way. For one
+// thread.
 #pragma once
 
 #include <poll.h>
@@ -25,7 +25,7 @@ public:
     void watch(std::span<pollfd, kSides> watched) const;
 
     /// Does what can be done now, without waiting.
-    /// @return false: both sides have nothing more to say to each other.
+    /// @return false: the link is over.
     [[nodiscard]] bool serve(std::span<const pollfd, kSides> watched, TapJournal *journal);
 
     /// Writes the end of the connection.

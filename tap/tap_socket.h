@@ -1,6 +1,7 @@
 // The broker's socket, taken aside while the tap's stands in its place. The path is never without a
 // socket: the broker's gets a second name, the tap's replaces it at the first by rename, and giving it back
-// is one rename the other way. So whatever kills the tap, that rename (--restore) mends the device.
+// is one rename the other way. So whatever kills the tap, that rename (--restore) mends the device. For one
+// thread.
 #pragma once
 
 #include <sys/stat.h>

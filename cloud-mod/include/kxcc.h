@@ -49,8 +49,8 @@ KXCC_API int32_t kxcc_version(void);
  * of the broker is handed on as it is. */
 enum kxcc_result {
     KXCC_OK = 0,
-    KXCC_ERROR_GENERAL = -1000,  /* allocation, wrong message, no free slot */
-    KXCC_ERROR_SERVER = -2000,   /* a listening socket could not be made */
+    KXCC_ERROR_GENERAL = -1000,  /* allocation, wrong message, no free place for a callback */
+    KXCC_ERROR_SERVER = -2000,   /* a listening socket could not be made; no call here returns it */
     KXCC_ERROR_SEND = -2001,     /* no connection to the broker, or sending failed */
     KXCC_ERROR_RECEIVE = -2002,  /* the broker closed, or did not answer within 3 seconds */
     KXCC_ERROR_PENDING = -3001,  /* no answer yet */
@@ -58,6 +58,9 @@ enum kxcc_result {
     KXCC_ERROR_REPLY = -6000,    /* an answer that cannot be parsed or lacks a key */
     KXCC_ERROR_PARAMETER = -7004 /* an argument that is not allowed */
 };
+
+/* How long is waited where the caller does not say, and how long between two questions for one answer. */
+enum kxcc_wait { KXCC_DEFAULT_TIMEOUT_MS = 5000, KXCC_POLL_INTERVAL_MS = 500 };
 
 /* Events that the broker takes (kxcc_notify_cloud_brd). */
 enum kxcc_event {
@@ -79,12 +82,13 @@ enum kxcc_logic_status { KXCC_LOGIC_NO_ACCOUNT = 0, KXCC_LOGIC_ACCOUNT = 1 };
  * called when that thread's own connection to the broker failed, or when a later request was given
  * the place of this one, whose time-out had passed: wait for it no longer than a little over the
  * time-out. The text is the library's and goes when the callback returns. The request counts as pending
- * until then. Answers are taken one in 100 ms: with more than about ten requests pending they come late. */
+ * until then. Answers are taken one in each 50 to 100 ms: with more than about ten requests pending they come
+ * late. */
 typedef void (*kxcc_callback)(int32_t id, const char *text);
 
 /* Submits a request in account mode and returns once the broker has accepted it.
- * request: JSON-RPC text, copied; timeout: milliseconds, negative means 5000; flag: passed on to the
- * broker; callback: receives the answer, or null when the caller polls with kxcc_get_response.
+ * request: JSON-RPC text, copied; timeout: milliseconds, negative: KXCC_DEFAULT_TIMEOUT_MS; flag: passed
+ * on to the broker; callback: receives the answer, or null when the caller polls with kxcc_get_response.
  * Returns the request id (positive), the broker's own error code (a positive one looks like an id),
  * KXCC_ERROR_GENERAL (no memory, a null request, or a damaged reply), KXCC_ERROR_SEND,
  * KXCC_ERROR_RECEIVE or KXCC_ERROR_REPLY. With a callback also these, when the request was submitted
@@ -102,14 +106,15 @@ KXCC_API int32_t kxcc_send_request_async_noaccount(const char *request, int32_t 
  * the caller's to free; else it is as it was, or null when there was no memory.
  * Never connects. Returns 0, KXCC_ERROR_PENDING (ask again later), KXCC_ERROR_PARAMETER (id not
  * positive, or no connection: none was made yet, or SIGPIPE took it away), KXCC_ERROR_SEND,
- * KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a reply of the wrong type, or no memory). */
+ * KXCC_ERROR_RECEIVE, KXCC_ERROR_REPLY, or KXCC_ERROR_GENERAL (a damaged reply, one of the wrong type, or no
+ * memory). */
 KXCC_API int32_t kxcc_get_response(int32_t id, char **text);
 
-/* Submits a request in account mode and waits for its answer, polling every 500 ms. A poll that fails
- * counts as "not yet". Arguments as for kxcc_send_request_async, with a time-out of 0 it submits and
- * does not ask; text as for kxcc_get_response.
- * Returns 0, KXCC_ERROR_TIMEOUT once `timeout` milliseconds have passed, or what the submit returned
- * when that was negative. */
+/* Submits a request in account mode and waits for its answer, polling every KXCC_POLL_INTERVAL_MS. A poll
+ * that fails counts as "not yet". Arguments as for kxcc_send_request_async, with a time-out of 0 it
+ * submits and does not ask; text as for kxcc_get_response.
+ * Returns 0, KXCC_ERROR_TIMEOUT once `timeout` milliseconds have passed, or what the submit returned when
+ * that was negative. */
 KXCC_API int32_t kxcc_send_request_sync(const char *request, int32_t timeout, int32_t flag, char **text);
 
 /* Tells the broker of an event (enum kxcc_event; other numbers are passed on as they are). Returns the
@@ -166,7 +171,7 @@ typedef struct kxcc_hello_hooks {
     kxcc_hello_response_hook response;
 } kxcc_hello_hooks;
 
-/* Registers the program with the broker as the device's service and waits at most 5 seconds for
+/* Registers the program with the broker as the device's service and waits at most KXCC_DEFAULT_TIMEOUT_MS for
  * the broker's consent. handler and hooks must not be null; hooks is copied. After a refusal of the
  * registration it may be called again; a failed connection of the register thread is final until the
  * program leaves the broker. Returns 0, KXCC_ERROR_PARAMETER, KXCC_ERROR_GENERAL (no connection, no thread)

@@ -44,7 +44,7 @@ struct CloudApi {
     std::atomic<int32_t> registerStop;
 };
 
-/// The instance, null when there is none. cloud_api_init() does not set it, its callers do;
+/// The instance, null when there is none. Contract: cloud_api_init() does not set it, its callers do;
 /// cloud_api_destroy() resets it. Atomic because a signal handler changes it under a running call.
 extern constinit std::atomic<CloudApi *>
     cloudApi;  // NOLINT(bugprone-dynamic-static-initializers): a declaration

@@ -20,7 +20,7 @@
 
 namespace {
 
-constexpr char kLogUnit[] = "../cloud-mod/util/cloud_ipc";
+constexpr char kLogUnit[] = "../cloud-mod/util/cloud_ipc";  // Contract: with this path, alone of all units.
 
 // What was transferred is reported as an int: a longer body could not be told from a failure.
 constexpr uint32_t kLongestBody = INT32_MAX - 1;

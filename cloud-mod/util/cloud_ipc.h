@@ -13,10 +13,6 @@
 ///         KXCC_ERROR_SEND not connected, or the path does not fit a socket address.
 [[nodiscard]] int cloud_ipc_client_init(const char *path);
 
-/// Binds a socket to `path`, which must not exist, and listens.
-/// @return the descriptor (>= 0, close-on-exec, the caller's to close) or KXCC_ERROR_SERVER.
-[[nodiscard]] int cloud_ipc_server_init(const char *path);
-
 /// Sends one message; header and body leave in one system call unless the socket takes only a part.
 /// SIGPIPE is not suppressed: its handler may run inside this call.
 /// @param type  its low 16 bits are sent.
@@ -32,6 +28,12 @@
 ///         KXCC_ERROR_GENERAL wrong magic, no memory for the body, or a body shorter than announced.
 [[nodiscard]] int32_t cloud_ipc_recv(int fd, uint32_t *type, char **body);
 
-/// Waits until `fd` can be read (end of file included).
+/// Waits until `fd` can be read without blocking, which includes its end.
 /// @return 1; 0 not within `timeoutMs` milliseconds; -1 with errno.
 [[nodiscard]] int cloud_ipc_wait(int fd, int timeoutMs);
+
+// Interface only: nothing in the library calls what follows.
+
+/// Binds a socket to `path`, which must not exist, and listens.
+/// @return the descriptor (>= 0, close-on-exec, the caller's to close) or KXCC_ERROR_SERVER.
+[[nodiscard]] int cloud_ipc_server_init(const char *path);

@@ -1,7 +1,6 @@
 #include "cloud_log.h"
 
 #include <pthread.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,22 +15,13 @@
 #include <string_view>
 
 #include "cloud_secret.h"
+#include "cloud_switch.h"
 #include "cloud_time.h"
 
 namespace {
 
 constexpr size_t kUsualLineRoom = 512;  // on the stack; longer ones (whole bodies) take heap
 constexpr size_t kPrefixRoom = 192;     // of the units and functions that there are, with a margin
-
-// The switch files, the most talkative first.
-constexpr std::array kSwitches{"/tmp/log.4", "/tmp/log.3", "/tmp/log.2", "/tmp/log.1"};
-
-// Any user can make a folder or a file of his own there; this log holds whole messages.
-[[nodiscard]] bool _is_set(const char *path) {
-    struct stat status {};
-    return lstat(path, &status) == 0 && S_ISREG(status.st_mode) &&
-           (status.st_uid == 0 || status.st_uid == geteuid());
-}
 
 // A line that nobody reads raises SIGPIPE. It must not reach the handler, which takes a lost broker for its
 // cause and tears the instance down under the call that logs: it is blocked, and taken back.
@@ -65,10 +55,13 @@ void _write_line(std::string_view line) {
 
 bool cloud_log_on(LogLevel level) {
     const int saved = errno;
-    const auto *const end = level == LogLevel::kDebug ? kSwitches.begin() + 1 : kSwitches.end();
-    const bool on = std::any_of(kSwitches.begin(), end, _is_set);
+    const auto lowest = static_cast<size_t>(level);
+    size_t at = kLogSwitchPaths.size() - 1;
+    while (at >= lowest && !cloud_isSwitchedOn(kLogSwitchPaths[at])) {
+        --at;
+    }
     errno = saved;
-    return on;
+    return at >= lowest;
 }
 
 void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...) {

@@ -8,6 +8,7 @@
 // A source that logs names itself with a constant kLogUnit. Safe from any thread.
 #pragma once
 
+/// Each the lowest switch file that lets it through.
 enum class LogLevel { kError = 1, kDebug = 4 };
 
 /// Is a message of this level written now? Looks for the switch files from 4 downwards and stops at
@@ -22,8 +23,8 @@ struct LogSite {
 };
 
 /// Writes one line, with one write and without the C library's lock on standard output. A SIGPIPE that it
-/// raises never reaches a handler. Leaves errno as it was. Touches the heap for a line of more than 510
-/// characters only, so that a signal handler may log.
+/// raises never reaches a handler. Leaves errno as it was. A signal handler may log: a line of at most 510
+/// characters takes no memory from the heap (the C library takes some where it first looks up the time zone).
 /// @param format    printf format of the message, without the newline; any length of the result is
 ///                  written whole (cut there only when there is no memory left).
 void cloud_log_write(LogLevel level, const LogSite &site, const char *format, ...)

@@ -17,7 +17,7 @@ bool cloud_time_text(TimeText *text) {
     const int size = snprintf(text->data(), text->size(), "%04d-%02d-%02d %02d:%02d:%02d.%03d",
                               local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
                               local.tm_min, local.tm_sec, static_cast<int>(now.tv_usec) / 1000);
-    // A clock gone wild (a year of five digits) has no time stamp of this form.
+    // A year of five digits has no time stamp of this form.
     return size < static_cast<int>(text->size());
 }
 

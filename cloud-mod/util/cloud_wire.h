@@ -3,6 +3,8 @@
 // docs/protocol.md tells the same to somebody who writes the other side.
 #pragma once
 
+#include <kxcc.h>
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -62,14 +64,17 @@ static_assert(frame_length(FrameHeader{0xA1, 0xB2, 0x00, 67, 0xFF, 0xFE, 0xFD, 0
 /// Room for the short bodies {"id":N}, {"event":N} and {"hellocloud":N}, with their NUL.
 inline constexpr size_t kShortBodySize = 40;
 
-inline constexpr int32_t kAcceptFull = 1;           ///< "result" of the accept message: no free place
-inline constexpr int kServerBacklog = 512;          ///< connections that wait for a server's accept
-inline constexpr int kReceiveWaitMs = 3000;         ///< each wait for more bytes of a message
-inline constexpr int32_t kDefaultTimeoutMs = 5000;  ///< stands for a negative time-out of the caller
-inline constexpr int kPollIntervalMs = 500;         ///< between two questions for the same answer
-inline constexpr int kLoopSleepMs = 50;             ///< a background thread's rest in each round
-inline constexpr int kLoopWaitMs = 50;              ///< its wait for input in each round
-inline constexpr int kRegisterWaitMs = 5000;        ///< for the broker's consent to a registration
-inline constexpr int32_t kCallbackSlots = 20;       ///< requests with a callback that can be pending at once
+inline constexpr int32_t kAcceptFull = 1;    ///< "result" of the accept message: no free place
+inline constexpr int kServerBacklog = 512;   ///< connections that wait for a server's accept
+inline constexpr int kReceiveWaitMs = 3000;  ///< each wait for more bytes of a message
+inline constexpr int kLoopSleepMs = 50;      ///< a background thread's rest in each round
+inline constexpr int kLoopWaitMs = 50;       ///< its wait for input in each round
+/// Stands for a negative time-out of the caller.
+inline constexpr int32_t kDefaultTimeoutMs = KXCC_DEFAULT_TIMEOUT_MS;
+/// For the broker's consent to a registration.
+inline constexpr int32_t kRegisterWaitMs = KXCC_DEFAULT_TIMEOUT_MS;
+/// Between two questions for the same answer.
+inline constexpr int kPollIntervalMs = KXCC_POLL_INTERVAL_MS;
+inline constexpr int32_t kCallbackSlots = 20;  ///< requests with a callback that can be pending at once
 
 inline constexpr unsigned kUsPerMs = 1000;
