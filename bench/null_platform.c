@@ -1,6 +1,5 @@
-/* The platform's two libraries with next to nothing inside, for a static program whose memory and start
- * are its own: records are plain files of the flash, a password is its own cipher, and no firmware is
- * ever installed. */
+/* The platform's two libraries with next to nothing inside, so that what is measured is the program's own:
+ * records are plain files in "/mnt", a password is its own cipher text, and no firmware is installed. */
 #include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>

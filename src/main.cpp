@@ -11,17 +11,16 @@
 
 #include "cloud_accountTask.h"
 #include "cloud_localMsgTask.h"
+#include "cloud_number.h"
+#include "cloud_owner.h"
 #include "cloud_path.h"
-#include "cloud_replaceFile.h"
+#include "cloud_switch.h"
 #include "wrapper.h"
 
 namespace {
 
-constexpr int kLogPathRoom = 64;
-constexpr size_t kNumberRoom = 16;
-
-// Straight to the descriptor, after what the client library may have logged there. Nobody need be reading:
-// from the first text on, a lost reader is no signal any more.
+// Straight to the descriptor, after what the client library may have logged there. From the first text on a
+// reader that is gone raises no signal.
 void _print(std::string_view text) {
     static_cast<void>(signal(SIGPIPE, SIG_IGN));
     while (!text.empty()) {
@@ -36,8 +35,8 @@ void _print(std::string_view text) {
     }
 }
 
+// Contract: lines end in a carriage return and a newline; kickoff and rmuser are not listed.
 void cloud_printUsage() {
-    // Each line ends in a carriage return and a newline.
     _print(
         "Usage: \r\n"
         "\t cloud_msg -h                               Print usage\r\n"
@@ -89,18 +88,17 @@ void cloud_initDebugSwitch() {
     if (cloud_isSwitchedOn(kDebugSwitchPath)) {
         return;
     }
-    for (int n = 0; n < kLogSwitchCount; ++n) {
-        std::array<char, kLogPathRoom> path{};
-        snprintf(path.data(), path.size(), kLogSwitchFormat, n);
-        if (access(path.data(), F_OK) == 0) {
-            unlink(path.data());
+    for (const char *path : kLogSwitchPaths) {
+        if (access(path, F_OK) == 0) {
+            unlink(path);
         }
     }
 }
 
 enum class Task { kUsage, kLocal, kAccount };
 
-// A row of the command line: the first one that begins the first argument wins.
+// A row of the command line. Contract: the first with that number of words whose own word begins the first
+// argument is taken, so "downloadX" is a download.
 struct Command {
     const char *word;
     size_t compared;  // characters of it
@@ -138,7 +136,7 @@ constexpr std::array kCommands{
     _row("bind", 4, Task::kAccount, kBind),
     _row("tmp_bind", 4, Task::kAccount, kTmpBind),
     _row("login", 4, Task::kAccount, kLogin),
-    Command{"rmuser", 5, 4, Task::kAccount, kRemoveUser},  // one short: "rmuse" has always done as well
+    Command{"rmuser", 5, 4, Task::kAccount, kRemoveUser},  // Contract: one letter short, "rmuse" will do.
     _row("passthrough", 4, Task::kAccount, kPassthrough),
 };
 
@@ -151,7 +149,7 @@ const Command *_find_command(int argc, const char *word) {
     return nullptr;
 }
 
-// The spellings differ and are what callers look for.
+// Contract: two spellings.
 void _print_argument_error(int argc) {
     switch (argc) {
         case 2:

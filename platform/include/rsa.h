@@ -1,7 +1,8 @@
 /* The device's RSA (librsa.so). The key material is the library's own: a caller only carries the
  * key texts from librsa_get_keys to the two calls that need them.
- * Key buffers are 512 bytes each, texts NUL-terminated. Texts that a call returns are released by
- * the caller with free(). Safe to call from several processes at once. Nothing here logs. */
+ * Key buffers are RSA_KEY_TEXT_BYTES each, texts NUL-terminated. Texts that a call returns are released by
+ * the caller with free(). Safe to call from several processes at once, in each from one thread at a
+ * time. Nothing here logs. */
 #ifndef PLATFORM_RSA_H
 #define PLATFORM_RSA_H
 
@@ -9,7 +10,9 @@
 extern "C" {
 #endif
 
-/* Fills the given buffers (each 512 bytes, each may be null) with the device's key texts: key1 and
+enum { RSA_KEY_TEXT_BYTES = 512 };
+
+/* Fills the given buffers (each RSA_KEY_TEXT_BYTES, each may be null) with the device's key texts: key1 and
  * key2 describe the public key, key3 the private one. Returns 0; non-zero when there is no key. */
 int librsa_get_keys(char *key1, char *key2, char *key3);
 
@@ -17,8 +20,8 @@ int librsa_get_keys(char *key1, char *key2, char *key3);
  * cipher text of this key. */
 char *librsa_decrypt(const char *cipherText, char *key1, char *key2, char *key3);
 
-/* Encrypts a plain text. Returns the cipher text (Base64, one line), or null when it is too long
- * for the key. */
+/* Encrypts a plain text. Returns the cipher text (Base64, one line of at most 512 characters), or null when
+ * it is too long for the key. */
 char *librsa_encrypt(const char *plainText, char *key1, char *key2);
 
 #ifdef __cplusplus

@@ -25,6 +25,40 @@ typedef struct WrpOpEntry {
 
 enum WrpDirection { WRP_WRITE = 0, WRP_READ = 1 };
 
+/* The objects that cloud_msg uses: a record has an id for each direction. */
+enum WrpObject {
+    WRP_LOGIN_WRITE = 0x120001,
+    WRP_LOGIN_READ = 0x120002,
+    WRP_UPGRADE_TIME_WRITE = 0x120003,
+    WRP_DEVICE_STATUS_WRITE = 0x120007,
+    WRP_DEVICE_STATUS_READ = 0x120008,
+    WRP_UPGRADE_INFO_WRITE = 0x120009,
+    WRP_UPGRADE_INFO_READ = 0x12000a,
+    WRP_DEVICE_INFO_WRITE = 0x12000b,
+    WRP_DEVICE_INFO_READ = 0x12000c,
+    WRP_ACCOUNT_INSERT = 0x12000d,
+    WRP_ACCOUNT_REMOVE = 0x12000e,
+    WRP_ACCOUNT_READ = 0x12000f,
+    WRP_ACCOUNT_DELETE_ALL = 0x120010 /* no buffers */
+};
+
+/* Bytes of their records, and of a user's name in them with its NUL. */
+enum WrpBytes {
+    WRP_LOGIN_BYTES = 130,
+    WRP_UPGRADE_TIME_BYTES = 8,
+    WRP_DEVICE_STATUS_BYTES = 2,
+    WRP_UPGRADE_INFO_BYTES = 2648,
+    WRP_DEVICE_INFO_BYTES = 66,
+    WRP_ACCOUNT_BYTES = 648,
+    WRP_USER_NAME_BYTES = 129
+};
+
+/* The two commands, and what they act on: WRP_VERIFY with wrpOpDo and a reply of WRP_VERIFY_REPLY_BYTES,
+ * WRP_INSTALL with wrpDoCmdWithoutID. */
+enum WrpCommand { WRP_INSTALL = 0xe0001, WRP_VERIFY = 0xe0002 };
+enum { WRP_VERIFY_REPLY_BYTES = 132 };
+#define WRP_IMAGE_FILE "/tmp/httpUploadFile.bin"
+
 /* Carries out a group of operations of one direction, all or none.
  * entries: `length` bytes of consecutive entries; length is a multiple of sizeof(WrpOpEntry).
  * A read fills each output buffer with the object's record, never beyond outputLength bytes; an object

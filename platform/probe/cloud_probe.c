@@ -30,7 +30,7 @@
 #include "rsa.h"
 #include "wrapper.h"
 
-enum { kGuard = 64, kFill = 0xaa, kMostEntries = 16, kKeyRoom = 512 };
+enum { kGuard = 64, kFill = 0xaa, kMostEntries = 16 };
 
 static struct {
     int (*group)(WrpOpEntry *, int, int);
@@ -214,7 +214,7 @@ static void keys(void) {
     Bytes key[3];
     int i;
     for (i = 0; i < 3; ++i) {
-        key[i].size = kKeyRoom + kGuard;
+        key[i].size = RSA_KEY_TEXT_BYTES + kGuard;
         key[i].data = number() != 0 ? (unsigned char *)allocate(key[i].size) : NULL;
         if (key[i].data != NULL) {
             memset(key[i].data, kFill, key[i].size);

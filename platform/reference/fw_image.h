@@ -61,6 +61,7 @@ using ImageSource = bool (*)(void *context, unsigned char *room, size_t size);
 [[nodiscard]] bool image_make(int fd, std::string_view version, uint64_t payloadLength, ImageSource source,
                               void *context);
 
+/// The payload's length as the header says it.
 [[nodiscard]] uint32_t image_payloadLength(const ImageHeader &header);
 
 /// A text for people; never null.

@@ -10,9 +10,11 @@
 #include <array>
 #include <cstddef>
 
+#include "rsa.h"
+
 inline constexpr unsigned kKeyBits = 2048;
 inline constexpr size_t kKeySize = kKeyBits / 8;
-inline constexpr size_t kKeyTextSize = 512;  // of each of the interface's key buffers
+inline constexpr size_t kKeyTextSize = RSA_KEY_TEXT_BYTES;  // of each of the interface's key buffers
 inline constexpr size_t kCipherTextSize = (kKeySize + 2) / 3 * 4 + 1;  // Base64 with its terminator
 
 /// Random bytes for the crypto library, from the kernel. @return 0; non-zero when there are none.

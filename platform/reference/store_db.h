@@ -26,13 +26,15 @@ public:
     /// Copies a record; zeros when there is none.
     /// @return false when the file is damaged or the stored record has another length.
     [[nodiscard]] bool get(const char *name, std::span<unsigned char> record);
+    /// Stores a record in place of the one before.
     [[nodiscard]] bool put(const char *name, std::span<const unsigned char> record);
     /// Removes a record; none to remove is no failure.
     [[nodiscard]] bool erase(const char *name);
+    /// Ends the transaction. @return false: nothing of it is stored.
     [[nodiscard]] bool commit();
-    /// Why the last of these calls failed, as an errno: EPERM for a file that is not this user's alone,
-    /// EBADMSG for one that is no store or is damaged, EBUSY where another process held it too long. 0: not
-    /// known.
+    /// Why the last of these calls failed, as an errno: EPERM for a file that is not root's or this user's
+    /// alone, EBADMSG for one that is no store or is damaged, EBUSY where another process held it too long.
+    /// 0: not known.
     [[nodiscard]] int fault() const;
 
 private:

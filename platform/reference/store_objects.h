@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wrapper.h"
+
 /// Results of wrpOpGrpDo, beside 0.
 enum StoreResult : int {
     kStoreBadCall = -1,  // refused as it stands: nothing was looked up
@@ -20,15 +22,16 @@ struct Record {
 
 // The program has no id to read the upgrade time; 0x120004 is this store's own.
 inline constexpr Record kRecords[] = {
-    {"login", 130, 0x120001, 0x120002},       {"upgrade-time", 8, 0x120003, 0x120004},
-    {"device-status", 2, 0x120007, 0x120008}, {"upgrade-info", 2648, 0x120009, 0x12000a},
-    {"device-info", 66, 0x12000b, 0x12000c},  {"account", 648, 0x12000d, 0x12000f},
+    {"login", WRP_LOGIN_BYTES, WRP_LOGIN_WRITE, WRP_LOGIN_READ},
+    {"upgrade-time", WRP_UPGRADE_TIME_BYTES, WRP_UPGRADE_TIME_WRITE, 0x120004},
+    {"device-status", WRP_DEVICE_STATUS_BYTES, WRP_DEVICE_STATUS_WRITE, WRP_DEVICE_STATUS_READ},
+    {"upgrade-info", WRP_UPGRADE_INFO_BYTES, WRP_UPGRADE_INFO_WRITE, WRP_UPGRADE_INFO_READ},
+    {"device-info", WRP_DEVICE_INFO_BYTES, WRP_DEVICE_INFO_WRITE, WRP_DEVICE_INFO_READ},
+    {"account", WRP_ACCOUNT_BYTES, WRP_ACCOUNT_INSERT, WRP_ACCOUNT_READ},
 };
 
 // The account list: a signed 32-bit count, then room for one account that begins with its user name.
 inline constexpr const Record &kAccountRecord = kRecords[5];
-inline constexpr uint32_t kAccountRemoveId = 0x12000e;
-inline constexpr uint32_t kAccountClearId = 0x120010;
-inline constexpr size_t kAccountNameOffset = 4;
-inline constexpr size_t kAccountNameSize = 129;
-static_assert(kAccountRecord.size == 648);
+inline constexpr uint16_t kAccountNameOffset = 4;
+inline constexpr uint16_t kAccountNameSize = WRP_USER_NAME_BYTES;
+static_assert(kAccountRecord.size == WRP_ACCOUNT_BYTES);

@@ -14,12 +14,8 @@
 
 namespace {
 
-constexpr char kImagePath[] = "/tmp/httpUploadFile.bin";
 constexpr char kFlashImageName[] = "firmware.bin";
 constexpr char kRestartName[] = "restart";
-constexpr unsigned kInstallCommand = 0xe0001;
-constexpr unsigned kCheckCommand = 0xe0002;
-constexpr unsigned kCheckReplySize = 132;
 constexpr int kRefused = -1;
 
 bool l_transactionOpen = false;  // one thread at a time comes here
@@ -39,7 +35,7 @@ int32_t l_reply = 0;             // what wrpDoCmdWithoutID lends to its caller
 
 // Checks the very bytes that it copies: the file may have changed since the check command.
 [[nodiscard]] ImageError _install() {
-    const UniqueFd image(image_open(kImagePath));
+    const UniqueFd image(image_open(WRP_IMAGE_FILE));
     if (!image.ok()) {
         return kImageUnreadable;
     }
@@ -59,11 +55,11 @@ int32_t l_reply = 0;             // what wrpDoCmdWithoutID lends to its caller
 }  // namespace
 
 int wrpOpDo(unsigned command, void *in, unsigned inLength, void *out, unsigned outLength, int direction) {
-    if (command != kCheckCommand || in != nullptr || inLength != 0 || out == nullptr ||
-        outLength != kCheckReplySize || direction != WRP_READ) {
+    if (command != WRP_VERIFY || in != nullptr || inLength != 0 || out == nullptr ||
+        outLength != WRP_VERIFY_REPLY_BYTES || direction != WRP_READ) {
         return kRefused;
     }
-    const UniqueFd image(image_open(kImagePath));
+    const UniqueFd image(image_open(WRP_IMAGE_FILE));
     ImageHeader header;
     const int32_t error = image.ok() ? image_check(image.get(), -1, &header) : kImageUnreadable;
     memset(out, 0, outLength);
@@ -81,7 +77,7 @@ int wrpGetTransID(int /*argument*/) {
 
 int wrpDoCmdWithoutID(unsigned command, void *in, unsigned inLength, void **reply, unsigned *replyLength) {
     uint32_t argument = 0;
-    if (!l_transactionOpen || command != kInstallCommand || in == nullptr || inLength != sizeof(argument) ||
+    if (!l_transactionOpen || command != WRP_INSTALL || in == nullptr || inLength != sizeof(argument) ||
         reply == nullptr || replyLength == nullptr) {
         return kRefused;
     }

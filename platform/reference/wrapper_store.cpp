@@ -26,10 +26,10 @@ struct Operation {
 using Group = std::span<const WrpOpEntry>;
 
 [[nodiscard]] Operation _look_up(uintptr_t objectId) {
-    if (objectId == kAccountRemoveId) {
+    if (objectId == WRP_ACCOUNT_REMOVE) {
         return {&kAccountRecord, Action::kRemoveAccount};
     }
-    if (objectId == kAccountClearId) {
+    if (objectId == WRP_ACCOUNT_DELETE_ALL) {
         return {&kAccountRecord, Action::kClearAccounts};
     }
     for (const Record &record : kRecords) {

@@ -15,26 +15,28 @@
 #define STORE_FILE "/mnt/platform.store"
 #endif
 
-enum { kStoreSize = 3502, kAccountSize = 648, kAccountAt = 2854, kCountSize = 4, kNameSize = 129 };
+/* Where the records stand in the file, one behind the other. */
 enum {
-    kInsertAccount = 0x12000d,
-    kRemoveAccount = 0x12000e,
-    kReadAccount = 0x12000f,
-    kDeleteAccounts = 0x120010
+    kTimeAt = WRP_LOGIN_BYTES,
+    kStatusAt = kTimeAt + WRP_UPGRADE_TIME_BYTES,
+    kUpgradeAt = kStatusAt + WRP_DEVICE_STATUS_BYTES,
+    kDeviceAt = kUpgradeAt + WRP_UPGRADE_INFO_BYTES,
+    kAccountAt = kDeviceAt + WRP_DEVICE_INFO_BYTES,
+    kStoreSize = kAccountAt + WRP_ACCOUNT_BYTES
 };
-enum { kVerify = 0xe0002, kInstall = 0xe0001, kReplySize = 132, kNoFirmware = 1 };
+enum { kCountSize = 4, kNoFirmware = 1 };
 
 static const struct Record {
     uintptr_t writeId, readId;
     size_t offset, size;
-} kRecords[] = {{0x120001, 0x120002, 0, 130},
-                {0x120003, 0, 130, 8},
-                {0x120007, 0x120008, 138, 2},
-                {0x120009, 0x12000a, 140, 2648},
-                {0x12000b, 0x12000c, 2788, 66},
-                {kInsertAccount, kReadAccount, kAccountAt, kAccountSize},
-                {kRemoveAccount, 0, kAccountAt, kAccountSize},
-                {kDeleteAccounts, 0, kAccountAt, 0}};
+} kRecords[] = {{WRP_LOGIN_WRITE, WRP_LOGIN_READ, 0, WRP_LOGIN_BYTES},
+                {WRP_UPGRADE_TIME_WRITE, 0, kTimeAt, WRP_UPGRADE_TIME_BYTES},
+                {WRP_DEVICE_STATUS_WRITE, WRP_DEVICE_STATUS_READ, kStatusAt, WRP_DEVICE_STATUS_BYTES},
+                {WRP_UPGRADE_INFO_WRITE, WRP_UPGRADE_INFO_READ, kUpgradeAt, WRP_UPGRADE_INFO_BYTES},
+                {WRP_DEVICE_INFO_WRITE, WRP_DEVICE_INFO_READ, kDeviceAt, WRP_DEVICE_INFO_BYTES},
+                {WRP_ACCOUNT_INSERT, WRP_ACCOUNT_READ, kAccountAt, WRP_ACCOUNT_BYTES},
+                {WRP_ACCOUNT_REMOVE, 0, kAccountAt, WRP_ACCOUNT_BYTES},
+                {WRP_ACCOUNT_DELETE_ALL, 0, kAccountAt, 0}};
 
 static int transaction = 0;
 
@@ -80,18 +82,19 @@ static int save(const unsigned char *store) {
 static void apply(unsigned char *store, const WrpOpEntry *entry, const struct Record *record) {
     unsigned char *const kept = store + record->offset;
     const unsigned char *const input = (const unsigned char *)entry->input;
-    if (entry->objectId == kDeleteAccounts) {
-        memset(kept, 0, kAccountSize);
-    } else if (entry->objectId != kRemoveAccount) {
+    if (entry->objectId == WRP_ACCOUNT_DELETE_ALL) {
+        memset(kept, 0, WRP_ACCOUNT_BYTES);
+    } else if (entry->objectId != WRP_ACCOUNT_REMOVE) {
         memcpy(kept, input, record->size);
-    } else if (strncmp((const char *)kept + kCountSize, (const char *)input + kCountSize, kNameSize) == 0) {
-        memset(kept, 0, kAccountSize);
+    } else if (strncmp((const char *)kept + kCountSize, (const char *)input + kCountSize,
+                       WRP_USER_NAME_BYTES) == 0) {
+        memset(kept, 0, WRP_ACCOUNT_BYTES);
     }
 }
 
 static void read_record(unsigned char *store, const WrpOpEntry *entry, const struct Record *record) {
     memcpy((void *)entry->output, store + record->offset, record->size);
-    if (entry->objectId == kReadAccount) {
+    if (entry->objectId == WRP_ACCOUNT_READ) {
         const int32_t count = store[kAccountAt + kCountSize] != 0;
         memcpy((void *)entry->output, &count, sizeof(count));
     }
@@ -134,9 +137,9 @@ int wrpOpGrpDo(WrpOpEntry *entries, int length, int direction) {
 }
 
 int wrpOpDo(unsigned command, void *in, unsigned inLength, void *out, unsigned outLength, int direction) {
-    const int32_t error = kNoFirmware; /* Here: verify "/tmp/httpUploadFile.bin"; 0 is good */
+    const int32_t error = kNoFirmware; /* Here: verify WRP_IMAGE_FILE; 0 is good */
     (void)in;
-    if (command != kVerify || inLength != 0 || out == NULL || outLength != kReplySize ||
+    if (command != WRP_VERIFY || inLength != 0 || out == NULL || outLength != WRP_VERIFY_REPLY_BYTES ||
         direction != WRP_READ) {
         return -1;
     }
@@ -153,7 +156,7 @@ int wrpGetTransID(int argument) {
 int wrpDoCmdWithoutID(unsigned command, void *in, unsigned inLength, void **reply, unsigned *replyLength) {
     static int32_t error =
         kNoFirmware; /* Here: verify again, write to the flash, start the restart; 0 accepts */
-    if (transaction == 0 || command != kInstall || in == NULL || inLength != 4 || reply == NULL ||
+    if (transaction == 0 || command != WRP_INSTALL || in == NULL || inLength != 4 || reply == NULL ||
         replyLength == NULL) {
         return -1;
     }

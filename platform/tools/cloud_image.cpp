@@ -196,7 +196,7 @@ void _print_json(const ImageHeader &header) {
     return fflush(stdout) == 0 ? 0 : kExitFailed;
 }
 
-// What is wrong with a command line that is none of this tool's.
+// Says what is wrong with a command line that this tool does not know.
 [[nodiscard]] int _wrong_use(int argc, char **argv) {
     const std::string_view command = argc > 1 ? argv[1] : "";
     if (argc > 1 && std::find(kCommands.begin(), kCommands.end(), command) == kCommands.end()) {

@@ -21,7 +21,7 @@ namespace {
 constexpr char kTool[] = "cloud_rsa";
 constexpr std::array kCommands{"encrypt", "decrypt", "public"};
 constexpr size_t kLongestInput = 4096;  // a cipher text takes 345 bytes, a tool may have wrapped it
-constexpr size_t kPemSize = 1024;       // a 2048-bit public key takes 451 bytes
+constexpr size_t kPemBytes = 1024;      // a 2048-bit public key takes 451 bytes
 
 struct KeyTexts {
     char key1[kKeyTextSize] = "";
@@ -49,7 +49,7 @@ struct KeyTexts {
 
 [[nodiscard]] int _public(const KeyTexts &keys) {
     RsaKey key;
-    unsigned char pem[kPemSize];
+    unsigned char pem[kPemBytes];
     if (!key.fromTexts(keys.key1, keys.key2, nullptr) ||
         mbedtls_pk_write_pubkey_pem(key.pk(), pem, sizeof(pem)) != 0) {
         return _print(nullptr, "cannot write the key as PEM");
@@ -57,7 +57,7 @@ struct KeyTexts {
     return fputs(reinterpret_cast<const char *>(pem), stdout) >= 0 ? 0 : kExitFailed;  // ends in a newline
 }
 
-// Shows nothing of what is typed while it lives.
+// While it exists the terminal does not show what is typed.
 class SilentTerminal {
 public:
     explicit SilentTerminal(int fd) : fd_(fd) {

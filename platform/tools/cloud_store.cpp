@@ -19,7 +19,7 @@ namespace {
 constexpr char kTool[] = "cloud_store";
 constexpr std::array kCommands{"dump", "get", "set", "clear"};
 
-constexpr size_t kLongestRecord = 2648;
+constexpr size_t kLongestRecord = WRP_UPGRADE_INFO_BYTES;
 using RecordBytes = std::array<unsigned char, kLongestRecord>;
 
 enum class Kind { kText, kNumber, kCount };  // kCount: a number that only the store fills
@@ -34,7 +34,7 @@ struct Field {
 
 constexpr Field kFields[] = {
     {"login", "role", Kind::kNumber, 0, 1},
-    {"login", "userName", Kind::kText, 1, 129},
+    {"login", "userName", Kind::kText, 1, kAccountNameSize},
     {"upgrade-time", "seconds", Kind::kNumber, 0, 4},
     {"upgrade-time", "flag", Kind::kNumber, 4, 4},
     {"device-status", "bind_status", Kind::kNumber, 0, 1},
@@ -49,7 +49,7 @@ constexpr Field kFields[] = {
     {"device-info", "kind", Kind::kNumber, 0, 1},
     {"device-info", "alias", Kind::kText, 1, 65},
     {"account", "count", Kind::kCount, 0, 4},
-    {"account", "userName", Kind::kText, 4, 129},
+    {"account", "userName", Kind::kText, kAccountNameOffset, kAccountNameSize},
     {"account", "password", Kind::kText, 133, 513},
 };
 
@@ -101,10 +101,10 @@ int _failed(const char *what) {
     return {record.writeId, reinterpret_cast<uintptr_t>(bytes.data()), record.size, 0, 0};
 }
 
-// An account list of zeros would still be an account that was written: there is an id to clear it.
+// The account list has an id of its own for clearing.
 [[nodiscard]] WrpOpEntry _clear_entry(const Record &record) {
     static constexpr RecordBytes kZeros{};
-    return &record == &kAccountRecord ? WrpOpEntry{kAccountClearId, 0, 0, 0, 0}
+    return &record == &kAccountRecord ? WrpOpEntry{WRP_ACCOUNT_DELETE_ALL, 0, 0, 0, 0}
                                       : _write_entry(record, kZeros);
 }
 

@@ -79,7 +79,7 @@ int _send_unix_request(int fd, Datagram *msg) {
     return 0;
 }
 
-// The daemon's answer is only awaited: it says nothing that this program needs.
+// The daemon's answer is awaited and not looked at. Contract: a failed wait counts as an answer.
 int _recv_unix_response(int fd) {
     const HeapDatagram scratch = _allocate_datagram();
     if (scratch == nullptr) {
@@ -89,7 +89,7 @@ int _recv_unix_response(int fd) {
     if (poll(&ready, 1, kReplyWaitMs) != 0) {
         sockaddr_un source{};
         socklen_t length = sizeof source;
-        // Not to be kept waiting when the wait itself failed.
+        // Without waiting, as there may be none.
         recvfrom(fd, scratch.get(), sizeof *scratch, MSG_DONTWAIT, reinterpret_cast<sockaddr *>(&source),
                  &length);
     }
@@ -109,7 +109,7 @@ int _send_kickoff_msg() {
         memset(msg.get(), 0, sizeof *msg);
         datagram_begin(&msg->head, step.kind);
         cstr_strncpy(msg->payload, step.payload, sizeof msg->payload);
-        // A daemon that is not there is no reason to stop: the next message may find it.
+        // Contract: a failed send does not end the sequence. The next message may find a daemon.
         static_cast<void>(_send_unix_request(fd, msg.get()));
         static_cast<void>(_recv_unix_response(fd));
     }

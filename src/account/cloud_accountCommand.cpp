@@ -10,16 +10,13 @@
 #include "cloud_accountResult.h"
 #include "cloud_accountState.h"
 #include "cloud_api_wrap.h"
+#include "cloud_number.h"
 #include "cloud_owner.h"
 #include "cloud_path.h"
 #include "cloud_replaceFile.h"
 
 namespace cloud_account {
 namespace {
-
-constexpr uint32_t kKind = 1;
-constexpr int32_t kFailed = -1;
-constexpr size_t kNumberRoom = 16;
 
 void _msg_write_error(int32_t result) {
     std::array<char, kNumberRoom> text;
@@ -42,7 +39,7 @@ struct ReportedResult {
     return _do_message(arg1, arg2, kAnswerWaitMs, cloud_wrap_send_request_sync, format, parse, onSuccess);
 }
 
-// Commands that need both arguments say so themselves.
+// Some commands look at their arguments themselves. Contract: the message is spelled so.
 [[nodiscard]] bool _refuse_missing(const char *arg1, const char *arg2, Caller caller = Caller::here()) {
     if (arg1 != nullptr && arg2 != nullptr) {
         return false;
@@ -67,7 +64,7 @@ int32_t _do_message(const char *arg1, const char *arg2, int32_t timeoutMs, SendR
         return result.value;
     }
     char *answer = nullptr;
-    result.value = send(request.get(), timeoutMs, kKind, &answer);
+    result.value = send(request.get(), timeoutMs, kRequestKind, &answer);
     const HeapText response(answer);
     if (result.value < 0) {
         MSG_LOG("Fail to send request sync, error=%d\n", result.value);

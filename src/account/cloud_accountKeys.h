@@ -1,4 +1,4 @@
-// The device's RSA keys for the length of a scope, and texts that must not stay in memory.
+// The device's RSA keys for the length of a scope.
 #pragma once
 
 #include <array>
@@ -9,7 +9,7 @@
 
 namespace cloud_account {
 
-/// Holds the key texts of the platform's library; all empty when it has none.
+/// Holds the key texts of the platform's library; empty where it has none, and what uses them then fails.
 class RsaKeys {
 public:
     RsaKeys() = default;
@@ -26,15 +26,15 @@ public:
     [[nodiscard]] SecretText decrypt(const char *cipher) {
         return SecretText(librsa_decrypt(cipher, modulus_.data(), exponent_.data(), private_.data()));
     }
+    /// @return the cipher text; null when the key does not take the text.
     [[nodiscard]] SecretText encrypt(const char *plain) {
         return SecretText(librsa_encrypt(plain, modulus_.data(), exponent_.data()));
     }
 
 private:
-    static constexpr size_t kKeyRoom = 512;
-    std::array<char, kKeyRoom> modulus_{};
-    std::array<char, kKeyRoom> exponent_{};
-    std::array<char, kKeyRoom> private_{};
+    std::array<char, RSA_KEY_TEXT_BYTES> modulus_{};
+    std::array<char, RSA_KEY_TEXT_BYTES> exponent_{};
+    std::array<char, RSA_KEY_TEXT_BYTES> private_{};
 };
 
 }  // namespace cloud_account

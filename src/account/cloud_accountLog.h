@@ -1,4 +1,4 @@
-// The account commands' console log. Its lines begin with "[error]" whatever their weight.
+// The account commands' console log. Contract: each line begins with "[error]", whatever its weight.
 #pragma once
 
 #include "cloud_util.h"

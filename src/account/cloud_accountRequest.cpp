@@ -19,7 +19,7 @@ namespace {
 constexpr size_t kDeviceIdRoom = 64;
 constexpr size_t kServiceIdRoom = 16;
 constexpr char kWebService[] = "eweb";
-constexpr char kOnlineMethod[] = "a";  // any method will do: an answer is all that counts
+constexpr char kOnlineMethod[] = "a";  // Contract: any method will do, as any answer counts.
 
 using DeviceId = std::array<char, kDeviceIdRoom>;
 
@@ -31,6 +31,7 @@ struct Member {
 /// @param buffer  zeroed; stays empty when the document has no such text.
 [[nodiscard]] int _get_devid(DeviceId *buffer) {
     JsonTree tree;
+    // Contract: one byte less than the firmware check reads, and of the text one character less is kept.
     if (cloud_loadDeviceInfo(O_RDONLY, kDeviceInfoMax - 1, &tree) != DeviceInfoError::kNone) {
         return -1;
     }
@@ -214,7 +215,7 @@ SecretText _format_passthrough_msg_req(const char *method, const char *b64Reques
     const HeapText request = _decode_passthrough_req(b64Request);
     SecretTree params(cloud_jsonParseStr(request.get()));
     if (params == nullptr) {
-        MSG_LOG("Create json object failed.\n");
+        MSG_LOG("Create json object failed.\n");  // Contract: the text of another failure.
         return nullptr;
     }
     return _print_with_params(method, std::move(params));

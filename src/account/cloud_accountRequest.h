@@ -1,10 +1,10 @@
 // Request texts of the account commands: what each command asks of the cloud.
 //
 // Every formatter returns a text that wipes itself, as it may hold a plain password, or null when the request
-// cannot be made (reasons that the user cannot see elsewhere are logged). No other copy of a password stays
-// in memory. Arguments are those of the command, as they stand on the command line; a null one gives null,
-// except where it is allowed. All but two requests carry "deviceId", read afresh; without a readable identity
-// there is no request.
+// cannot be made (most reasons are logged). No other copy of a password stays in memory. Arguments are those
+// of the command, as they stand on the command line; a null one gives null, except where it is allowed. All
+// requests but online and passthrough carry "deviceId", read afresh: without a readable identity there is
+// none of these, without a "devid" in it the text is empty.
 #pragma once
 
 #include <array>
@@ -16,7 +16,7 @@
 
 namespace cloud_account {
 
-/// "bindDevice" with "cloudUserName" and the decrypted "cloudPassword".
+/// "bindDevice" with "cloudUserName" and the decrypted "cloudPassword"; null when that does not decrypt.
 [[nodiscard]] SecretText _format_bind_msg_req(const char *user, const char *encPassword);
 /// The same of Base64 texts: at most 128 and 512 bytes decoded.
 [[nodiscard]] SecretText _format_bind_msg_req_nocrypt(const char *b64User, const char *b64Password);
@@ -28,7 +28,7 @@ namespace cloud_account {
 [[nodiscard]] SecretText _format_alias_msg_req(const char *b64Alias, const char *unused);
 /// "removeDeviceUser" with "ownerAccount" and "userAccount".
 [[nodiscard]] SecretText _format_rmuser_msg_req(const char *owner, const char *user);
-/// A method alone, no "params".
+/// A method alone, no "params"; the method is "a".
 [[nodiscard]] SecretText _format_online_msg_req(const char *unused1, const char *unused2);
 /// "getDeviceTokenWithServices" with "serviceIds", an array of one.
 /// @param serviceId  at most 15 characters of it are taken; null: the web service.
@@ -50,8 +50,8 @@ namespace cloud_account {
 
 // Rooms of decoded arguments: those of the records they go to, and of a passthrough request.
 using UserName = std::array<char, kUserNameRoom>;
-using Password = SecretBuffer<513>;
-using Alias = std::array<char, 65>;
+using Password = SecretBuffer<sizeof(AccountList::password)>;
+using Alias = std::array<char, sizeof(DeviceInfo::alias)>;
 inline constexpr size_t kPassthroughRoom = 2100;
 
 }  // namespace cloud_account

@@ -22,7 +22,6 @@
 namespace cloud_account {
 namespace {
 
-constexpr int32_t kFailed = -1;
 constexpr size_t kTokenRoom = 512;
 constexpr size_t kCommandRoom = 512;
 constexpr size_t kCachePathRoom = 256;
@@ -122,7 +121,7 @@ void _start_token_deletion(const char *expiresIn) {
     static_cast<void>(system(command.data()));
 }
 
-// A method is the cloud's word for a request, not a place in the file system.
+// The method comes from a caller: it must not lead out of the cache's folder.
 [[nodiscard]] bool _names_a_file(std::string_view method) {
     return method != "." && method != ".." && method.find('/') == std::string_view::npos;
 }
@@ -174,7 +173,7 @@ int32_t _parse_online_result(const char *response, const char * /*unused*/) {
     if (tree == nullptr) {
         return kFailed;
     }
-    // Of any kind and value: a refusal, too, has come from the cloud.
+    // Contract: of any kind and value, as a refusal has come from the cloud as well.
     if (_member(tree.get(), kErrorCode) == nullptr) {
         MSG_LOG("Errcode is NULL\n");
         return kFailed;
@@ -184,7 +183,7 @@ int32_t _parse_online_result(const char *response, const char * /*unused*/) {
 
 int32_t _parse_login_result(const char *response, const char *user) {
     if (user == nullptr) {
-        MSG_LOG("Response is NULL.\n");
+        MSG_LOG("Response is NULL.\n");  // Contract: for a missing user as well.
         return kFailed;
     }
     const Answer answer = _read_answer(response);

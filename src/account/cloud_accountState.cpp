@@ -36,7 +36,7 @@ void _set_bound() {
     cloud_setDeviceStatus(&status);
 }
 
-// The device keeps one account: whoever was there before goes.
+// The device keeps one account: the one before goes.
 void _replace_account(const char *user, const char *password) {
     cloud_delallAccount();
     Wiped<AccountList> list{};
@@ -104,7 +104,7 @@ void _tmp_bind_store_account(const char *b64User, const char *b64Password) {
     keys.loadPublic();
     const SecretText encrypted = keys.encrypt(password.data());
     _set_bound();
-    // Better an account with a plain password than a bound device without one.
+    // Contract: plain when it does not encrypt.
     _replace_account(user.data(), encrypted != nullptr ? encrypted.get() : password.data());
     cloud_wrap_set_connection_mode(kModeAccount);
 }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr uint8_t kMarked = 1;
 
-// An account counts only when its credential is stored: a name alone cannot be used for anything.
+// Contract: an account counts by its password, not by its name or the count.
 [[nodiscard]] int _has_account() {
     Wiped<AccountList> list;
     cloud_getAccount(&list);
@@ -56,7 +56,7 @@ int _format_factory_info(const AccountList *list, const DeviceStatus *status) {
         complete &= cJSON_AddNumberToObject(report.get(), "need_unbind", status->need_unbind) != nullptr;
     }
     if (!complete) {
-        return -1;  // better an older report than one that lacks the account
+        return -1;  // an incomplete report is not written, and an older one stays
     }
     _write_factory_part(report.get());
     return 0;
@@ -68,12 +68,12 @@ int32_t _do_factory() {
     if (!_is_marked(status)) {
         return 0;
     }
-    static_cast<void>(cloud_msg_unbind_device(nullptr));  // the mark tells
+    static_cast<void>(cloud_msg_unbind_device(nullptr));  // the status, read again, shows the outcome
     cloud_getDeviceStatus(&status);
     if (!_is_marked(status)) {
         return 0;
     }
-    // Not unbound: who resets the device is told with which account the unbind is still owed.
+    // Not unbound: the report tells with which account the unbind is still owed. Contract: the store stays.
     Wiped<AccountList> list;
     cloud_getAccount(&list);
     status.need_unbind = kMarked;

@@ -1,4 +1,5 @@
-// Base64 (RFC 4648, standard alphabet, padded), for texts that must survive a command line.
+// Base64 (RFC 4648, standard alphabet, padded): arguments come in it, so that they can hold any byte. No
+// state: safe in any thread.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +13,14 @@
 ///         up to there stays in dst.
 [[nodiscard]] int32_t b64_decode(void *dst, int32_t dstlen, const char *src, int32_t srclen);
 
-/// How many bytes a text decodes to by its length and padding alone, whether it is well formed or not.
+/// How many bytes a text decodes to by its length and padding alone, well formed or not; 0 for null.
 /// A text of which this does not fit a buffer is too long for it; one that fits and fails is malformed.
 [[nodiscard]] int64_t b64_decodedSize(const char *src);
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
-/// Encodes bytes. @param dstlen  bytes of dst with room for the terminator, above 0; srclen not negative
-/// (else the program stops).
+/// Encodes bytes.
+/// @param dstlen  bytes of dst, terminator included, above 0 (else the program stops).
+/// @param srclen  bytes of src, not negative (else the program stops).
 /// @return characters before the terminator; 0 for a null src; -1 when dst is too small.
 [[nodiscard]] int32_t b64_encode(char *dst, int32_t dstlen, const void *src, int32_t srclen);

@@ -38,7 +38,7 @@ char *_find_member(const cJSON *parent, const char *name) {
     cJSON *member = nullptr;
     cJSON_ArrayForEach(member, parent) {
         if (member->string != nullptr && strcmp(member->string, name) == 0) {
-            found = cJSON_GetJsonObjString(member);  // no break: the last of several counts
+            found = cJSON_GetJsonObjString(member);  // Contract: no break, the last of several counts.
         }
     }
     return found;

@@ -1,14 +1,16 @@
 // JSON-RPC answers of the cloud: objects with "error_code", "msg" on failure, "result" on success.
-// Values are read as text, because the cloud sends numbers both bare and quoted.
+// Values are read as text, because the cloud sends numbers both bare and quoted. No state: safe in any
+// thread, one tree in one thread at a time.
 #pragma once
 
 #include <cjson/cJSON.h>
 
-/// Parses a text. @return the tree, which the caller deletes (cJSON_Delete); null on failure (logged).
+/// Parses a text. @return the tree, which the caller deletes (cJSON_Delete); null for a null text or one that
+/// is no JSON (logged).
 [[nodiscard]] cJSON *cloud_jsonParseStr(const char *pBuf);
 
-/// The member `name` of an object as text (see cJSON_GetJsonObjString), letter case included. Of several
-/// members of that name the last one counts.
+/// The member `name` of an object as text (see cJSON_GetJsonObjString), letter case included.
+/// Contract: of several members of that name the last one counts.
 /// @return a text that belongs to the tree; null when absent, or for a null argument (logged).
 [[nodiscard]] char *cloud_getValueFromJsonObj(cJSON *pJsonObj, const char *name);
 
@@ -34,7 +36,7 @@ enum JsonType {
 /// The type of an item. @return a JsonType; kJsonInvalid for a null item.
 [[nodiscard]] int cJSON_GetJsonObjType(cJSON *item);
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
 /// The member `name` of element `index` of an array, as above.
 /// @return a text that belongs to the tree; null when absent, or when there is no such element (logged).

@@ -2,9 +2,13 @@
 // (atoi, scanf and a plain cast leave those cases undefined, and a hostile answer may hold them.)
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
+
+/// Bytes for a 32-bit number in decimals, a newline and the terminator.
+inline constexpr size_t kNumberRoom = 16;
 
 /// The nearest 32-bit integer to a value, towards zero; 0 for no number at all.
 template <class Integer = int32_t>

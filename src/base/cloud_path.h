@@ -1,12 +1,13 @@
-// Every path of the device that the program touches, except those of the broker (cloud-mod).
+// Every path of the device that the program touches, except the broker's socket (cloud_wire.h) and the
+// switches of the library's log (cloud_switch.h).
 #pragma once
+
+#include "wrapper.h"
 
 inline constexpr char kConsolePath[] = "/dev/console";
 
-// Debug switches: the first keeps the others, which are the client library's log levels.
+// While it is there the switches of the library's log are left alone.
 inline constexpr char kDebugSwitchPath[] = "/tmp/cloud.debug";
-inline constexpr char kLogSwitchFormat[] = "/tmp/log.%d";
-inline constexpr int kLogSwitchCount = 5;
 
 // Device information, written by other programs.
 inline constexpr char kDeviceInfoPath[] = "/tmp/device.info";
@@ -17,7 +18,7 @@ inline constexpr char kStatusPath[] = "/tmp/cloud.info";
 inline constexpr char kDownloadLockPath[] = "/tmp/cloud_dl_img.lock";
 inline constexpr char kUpgradeLockPath[] = "/tmp/cloud_up_img.lock";
 inline constexpr char kPartialImagePath[] = "/tmp/cloud_up_img.bin";
-inline constexpr char kFinishedImagePath[] = "/tmp/httpUploadFile.bin";
+inline constexpr char kFinishedImagePath[] = WRP_IMAGE_FILE;
 inline constexpr char kImageNamePath[] = "/tmp/cloud_img.name";
 inline constexpr char kImageSizePath[] = "/tmp/cloud_img.size";
 

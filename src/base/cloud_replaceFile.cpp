@@ -18,6 +18,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "cloud_switch.h"
+
 namespace {
 
 constexpr mode_t kModeBits = 0777;     // a set-user-id bit is not handed on
@@ -38,10 +40,6 @@ constexpr auto kEmptyLines = [] {
 
 // Makes the names of two threads differ.
 std::atomic<int> l_count{0};
-
-[[nodiscard]] bool _is_trusted(const struct stat &status) {
-    return S_ISREG(status.st_mode) && (status.st_uid == 0 || status.st_uid == geteuid());
-}
 
 // In one call: what a kill leaves is the old content or the new.
 [[nodiscard]] bool _write_whole(int fd, std::string_view text, size_t emptyLines = 0) {
@@ -76,11 +74,11 @@ std::atomic<int> l_count{0};
     return UniqueFd(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kSecretMode));
 }
 
-// Whoever may read the old file may read the new one, and nobody else; unless a stranger made it, to be
-// handed what is written.
+// Whoever may read the old file may read the new one, and nobody else. An old file of a stranger does not
+// count: he may have made it to read what is written.
 void _take_over(const char *path, int fd, mode_t mode) {
     struct stat old {};
-    if (lstat(path, &old) == 0 && _is_trusted(old)) {
+    if (lstat(path, &old) == 0 && cloud_isTrusted(old)) {
         static_cast<void>(fchown(fd, old.st_uid, old.st_gid));
         mode = old.st_mode & kModeBits;
     }
@@ -124,7 +122,7 @@ UniqueFd cloud_openOwn(const char *path, int flags, mode_t mode) {
         return file;
     }
     const bool writes = (flags & O_ACCMODE) != O_RDONLY;
-    if (!S_ISREG(status.st_mode) || (writes && (!_is_trusted(status) || status.st_nlink != 1))) {
+    if (!S_ISREG(status.st_mode) || (writes && (!cloud_isTrusted(status) || status.st_nlink != 1))) {
         errno = EPERM;
         file.reset();
     }
@@ -150,11 +148,6 @@ bool cloud_lockFile(int fd, int how) {
         nanosleep(&rest, nullptr);
     }
     return false;
-}
-
-bool cloud_isSwitchedOn(const char *path) {
-    struct stat status {};
-    return lstat(path, &status) == 0 && _is_trusted(status);
 }
 
 ReplaceResult cloud_replaceFile(const char *path, std::string_view text, mode_t mode) {

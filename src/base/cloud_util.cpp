@@ -170,7 +170,7 @@ void cloud_replaceStrWithHtmlBR(char *src, const char *pattern, char *dst, size_
     while (match != nullptr) {
         const auto gap = static_cast<size_t>(match - rest);
         if (gap + kHtmlBreakLength >= size - used) {
-            return;  // better no break than half of one
+            return;  // Contract: a break that does not fit goes, and all behind it.
         }
         memcpy(end, rest, gap);
         memcpy(end + gap, kHtmlBreak, sizeof(kHtmlBreak));
@@ -189,6 +189,7 @@ void cloud_replaceNewlineWithHtmlBR(const char *rawStr, char *dstStr, size_t siz
         CLOUD_LOG("rawStr or dstStr is NULL!\n");
         return;
     }
+    // Contract: logged on every call.
     CLOUD_LOG("size of l_newline is %d!\n", static_cast<int>(l_newline.size()));
     const HeapText work(static_cast<char *>(malloc(size)));
     if (work == nullptr) {

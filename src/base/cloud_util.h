@@ -22,11 +22,11 @@ inline constexpr size_t kConsoleMessageMax = 4904;
 #endif
 
 /// Writes a formatted message and a newline to the console, for logs with a prefix of their own.
-/// @return 0; -1 when the console cannot be written (no caller needs it).
+/// @return 0; -1 when it cannot be formatted or the console not be written.
 int cloud_util_vprintf(const char *fmt, va_list arguments) __attribute__((format(printf, 1, 0)));
 
-/// What CLOUD_LOG does. Its three console messages (prefix, text, empty line) go out in one write: they cost
-/// a third, and those of two threads do not mix.
+/// What CLOUD_LOG does. Its three console messages (prefix, text, empty line) go out in one write: that costs
+/// a third, and those of two threads do not mix. A console that cannot be written is ignored.
 /// @param origin  beginning of the prefix, up to the function's name.
 void cloud_logMessage(const char *origin, const char *function, int line, const char *fmt, ...)
     __attribute__((format(printf, 4, 5)));
@@ -54,31 +54,34 @@ void cstr_strncpy(char *dest, const char *src, size_t n);
 ///         that ends in a slash or whose only slash comes first (logged, except for null).
 [[nodiscard]] const char *cloud_getFilename(const char *url);
 
-/// Sleeps whole seconds, signals notwithstanding. @return 0.
+/// Sleeps whole seconds; a signal does not shorten it. @return 0.
 int cloud_sleep(unsigned int seconds);
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
-/// cloud_util_vprintf with its arguments in place.
+/// cloud_util_vprintf with its arguments in place. @return as that.
 int cloud_util_printf(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
 
 /// Reads the value of one "key=value" line of a text (the key in any letter case, at a line start).
 /// @param fmt  a scanf format of one conversion. "%s" takes the rest of the line; "%c" gives the digit's
 ///             value. @param out  receives the conversion; big enough for it.
-/// @return 1 when the key is there, even if its value does not convert; 0 when not (logged) or for a null
-///         argument. An empty value stores one zero byte ("%c" then makes its digit of it as well).
+/// @return 1 when the key is there, even if its value does not convert; 0 when not (logged), or for a null
+///         argument. A key of more than 1022 characters is never there.
+/// Contract: an empty value stores one zero byte, whatever the format; "%c" then takes '0' off it as well.
 [[nodiscard]] int cloud_getSpecificToken(const char *text, const char *key, const char *fmt, void *out);
 
 /// Copies rawStr to dstStr with every line break, real or written as an escape, turned into "<br/>".
-/// @param size  bytes of dstStr. What would not fit is dropped from the first break on that does not.
+/// Null arguments and missing memory are logged, and dstStr stays as it is.
+/// @param size  bytes of dstStr, above 0. From the first break on that does not fit the text is dropped.
 void cloud_replaceNewlineWithHtmlBR(const char *rawStr, char *dstStr, size_t size);
 
 /// Copies src to dst (zeroed by the caller, `size` bytes) with each `pattern` turned into "<br/>".
 void cloud_replaceStrWithHtmlBR(char *src, const char *pattern, char *dst, size_t size);
 
-/// Destroys a copy of a semaphore; the caller's own stays as it is. @return 1.
+/// Contract: destroys a copy of a semaphore; the caller's own stays as it is. @return 1.
 int cloud_semDestroy(sem_t sem);
 
-/// Writes a 16-byte digest as 32 upper-case hexadecimal characters and a terminator (33 bytes).
+/// Writes a 16-byte digest as 32 upper-case hexadecimal characters and a terminator.
+/// @param out  33 bytes.
 /// @return 0; -1 for a null argument.
 [[nodiscard]] int cloud_digestToHexStr(const unsigned char *digest, char *out);

@@ -10,7 +10,7 @@ inline constexpr size_t kDeviceInfoMax = 131072;
 
 enum class DeviceInfoError { kNone, kMemory, kOpen, kRead, kParse };
 
-/// Reads and parses the document. Nothing is logged.
+/// Reads and parses the document, in one read. Nothing is logged.
 /// @param openFlags  access mode of open(). @param bytes  at most so many are read.
-/// @param tree       out: the document, on kNone.
+/// @param tree       out: the document, on kNone; else null, or untouched when it was not parsed.
 [[nodiscard]] DeviceInfoError cloud_loadDeviceInfo(int openFlags, size_t bytes, JsonTree *tree);

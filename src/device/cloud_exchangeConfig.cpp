@@ -35,19 +35,20 @@ JsonTree _read_document() {
     return document;
 }
 
-// Removed and appended: whoever reads the file finds the newest members last.
+// Contract: removed and appended, so that it becomes the last member.
 bool _replace_number(cJSON *document, const char *name, double value) {
     cJSON_DeleteItemFromObjectCaseSensitive(document, name);
     return cJSON_AddNumberToObject(document, name, value) != nullptr;
 }
 
-// @param complete  false when a member could not be added: better the old document than a poorer one.
+// @param complete  false when a member could not be added: then the old document stays.
 int _write_document(const cJSON *document, bool complete) {
     const JsonText text(complete ? cJSON_Print(document) : nullptr);
     if (text == nullptr) {
         CLOUD_LOG("Print cJSON failed.\n");
         return 0;
     }
+    // Contract: both messages show the document where a path is expected.
     switch (cloud_replaceFile(kStatusPath, text.get())) {
         case kReplaceOpenFailed:
             CLOUD_LOG("Error: open %s for write failed", text.get());

@@ -24,7 +24,8 @@ enum FwStatus : int {
 };
 
 /// Writes "fw_status" and "dwProgress". Logs the progress, or what failed.
-/// @param progress  percent. @return 1 when the file was rewritten; 0 otherwise, and it is as it was.
+/// @param status  an FwStatus. @param progress  percent.
+/// @return 1 when the file was rewritten; 0 otherwise, and it is as it was.
 int cloud_setFirmwareDownloadStatus(int status, int progress);
 
 /// Writes "cloud_start", the mark of a started cloud upgrade. Logs only what failed.

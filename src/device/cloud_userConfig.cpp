@@ -19,23 +19,6 @@
 
 namespace {
 
-// Object ids of the store: one for each direction of a record.
-enum StoreObject : uintptr_t {
-    kLoginInfoWrite = 0x120001,
-    kLoginInfoRead = 0x120002,
-    kUpgradeTimeWrite = 0x120003,
-    kDeviceStatusWrite = 0x120007,
-    kDeviceStatusRead = 0x120008,
-    kFwUpInfoWrite = 0x120009,
-    kFwUpInfoRead = 0x12000a,
-    kDeviceInfoWrite = 0x12000b,
-    kDeviceInfoRead = 0x12000c,
-    kAccountInsert = 0x12000d,
-    kAccountRemove = 0x12000e,
-    kAccountRead = 0x12000f,
-    kAccountDeleteAll = 0x120010,
-};
-
 // The store reads entries as it finds them: on the device this is its 20-byte format.
 static_assert(sizeof(WrpOpEntry) == 5 * sizeof(uintptr_t) && sizeof(uintptr_t) == sizeof(void *));
 static_assert(offsetof(WrpOpEntry, outputLength) == 4 * sizeof(uintptr_t));
@@ -50,17 +33,17 @@ constexpr uint32_t kTransactionWithdraw = 259;
 constexpr uint32_t kRequestPayloadLength = 4;
 
 template <class Record>
-[[nodiscard]] WrpOpEntry _write_entry(StoreObject object, Record *record) {
+[[nodiscard]] WrpOpEntry _write_entry(WrpObject object, Record *record) {
     return {object, reinterpret_cast<uintptr_t>(record), sizeof(Record), 0, 0};
 }
 
 template <class Record>
-[[nodiscard]] WrpOpEntry _read_entry(StoreObject object, Record *record) {
+[[nodiscard]] WrpOpEntry _read_entry(WrpObject object, Record *record) {
     return {object, 0, 0, reinterpret_cast<uintptr_t>(record), sizeof(Record)};
 }
 
 template <class Record>
-[[nodiscard]] bool _read_record(StoreObject object, Record *record) {
+[[nodiscard]] bool _read_record(WrpObject object, Record *record) {
     memset(record, 0, sizeof(Record));
     WrpOpEntry entry = _read_entry(object, record);
     return wrpOpGrpDo(&entry, static_cast<int>(sizeof entry), WRP_READ) == 0;
@@ -68,7 +51,7 @@ template <class Record>
 
 // Both return 1; 0 on a failure.
 template <class Record>
-int _set_record(StoreObject object, Record *record) {
+int _set_record(WrpObject object, Record *record) {
     if (record == nullptr) {
         return 0;
     }
@@ -81,7 +64,7 @@ int _set_record(StoreObject object, Record *record) {
 }
 
 template <class Record>
-int _get_record(StoreObject object, Record *record) {
+int _get_record(WrpObject object, Record *record) {
     if (record == nullptr) {
         return 0;
     }
@@ -92,14 +75,14 @@ int _get_record(StoreObject object, Record *record) {
     return 1;
 }
 
-// A record may come from anywhere: its texts are texts only when they end.
+// A text of the store may fill its field without a terminator.
 template <size_t kSize>
 void _terminate(char (&text)[kSize]) {
     text[kSize - 1] = '\0';
 }
 
 [[nodiscard]] bool _write_firmware(FwUpInfo *info, UpgradeTime *time) {
-    std::array group{_write_entry(kFwUpInfoWrite, info), _write_entry(kUpgradeTimeWrite, time)};
+    std::array group{_write_entry(WRP_UPGRADE_INFO_WRITE, info), _write_entry(WRP_UPGRADE_TIME_WRITE, time)};
     return wrpOpGrpDo(group.data(), static_cast<int>(sizeof group), WRP_WRITE) == 0;
 }
 
@@ -110,6 +93,7 @@ void _copy_field(char (&field)[kSize], const char *text) {
     }
 }
 
+// Contract: cut to 8 bits, so that "300" is 44.
 [[nodiscard]] uint8_t _number(const char *text) {
     return text == nullptr ? uint8_t{0} : static_cast<uint8_t>(strtol(text, nullptr, 10));
 }
@@ -142,12 +126,12 @@ void _copy_identifiers(const cJSON *tree, CheckInfo *info) {
 [[nodiscard]] int _get_software_version(CheckInfo *info) {
     const UniqueFd file = cloud_openSource(kSoftInfoPath, O_RDWR);
     if (!file.ok()) {
-        CLOUD_LOG("open /tmp/softinfo file failed\n");
+        CLOUD_LOG("open %s file failed\n", kSoftInfoPath);
         return -1;
     }
     std::array<char, sizeof(info->sw_version)> text{};
     if (read(file.get(), text.data(), text.size() - 1) < 0) {
-        CLOUD_LOG("read /tmp/softinfo file failed\n");
+        CLOUD_LOG("read %s file failed\n", kSoftInfoPath);
         return -1;
     }
     cstr_strncpy(info->sw_version, text.data(), sizeof info->sw_version);
@@ -157,16 +141,16 @@ void _copy_identifiers(const cJSON *tree, CheckInfo *info) {
 
 [[nodiscard]] int _get_device_info(CheckInfo *info) {
     JsonTree tree;
-    // Opened for writing as well, although it is only read: who may not write it shall not check.
+    // Contract: both files are opened for writing as well, although they are only read.
     switch (cloud_loadDeviceInfo(O_RDWR, kDeviceInfoMax, &tree)) {
         case DeviceInfoError::kMemory:
             CLOUD_LOG("Malloc fail.\n");
             return -1;
         case DeviceInfoError::kOpen:
-            CLOUD_LOG("open /tmp/device.info file failed\n");
+            CLOUD_LOG("open %s file failed\n", kDeviceInfoPath);
             return -1;
         case DeviceInfoError::kRead:
-            CLOUD_LOG("read /tmp/device.info file failed\n");
+            CLOUD_LOG("read %s file failed\n", kDeviceInfoPath);
             return -1;
         case DeviceInfoError::kParse:
             CLOUD_LOG("str to json failed");
@@ -193,11 +177,11 @@ int _get_payload_word(const UcmMessage *msg, uint32_t *out) {
 }  // namespace
 
 int cloud_setLoginInfo(LoginInfo *info) {
-    return _set_record(kLoginInfoWrite, info);
+    return _set_record(WRP_LOGIN_WRITE, info);
 }
 
 int cloud_getLoginInfo(LoginInfo *info) {
-    const int result = _get_record(kLoginInfoRead, info);
+    const int result = _get_record(WRP_LOGIN_READ, info);
     if (info != nullptr) {
         _terminate(info->userName);
     }
@@ -205,34 +189,34 @@ int cloud_getLoginInfo(LoginInfo *info) {
 }
 
 void cloud_setDeviceStatus(DeviceStatus *status) {
-    _set_record(kDeviceStatusWrite, status);
+    _set_record(WRP_DEVICE_STATUS_WRITE, status);
 }
 
 void cloud_getDeviceStatus(DeviceStatus *status) {
-    _get_record(kDeviceStatusRead, status);
+    _get_record(WRP_DEVICE_STATUS_READ, status);
 }
 
 void cloud_setDeviceInfo(DeviceInfo *info) {
-    _set_record(kDeviceInfoWrite, info);
+    _set_record(WRP_DEVICE_INFO_WRITE, info);
 }
 
 void cloud_getDeviceInfo(DeviceInfo *info) {
-    _get_record(kDeviceInfoRead, info);
+    _get_record(WRP_DEVICE_INFO_READ, info);
     if (info != nullptr) {
         _terminate(info->alias);
     }
 }
 
 void cloud_insertAccount(AccountList *list) {
-    _set_record(kAccountInsert, list);
+    _set_record(WRP_ACCOUNT_INSERT, list);
 }
 
 void cloud_removeAccount(AccountList *list) {
-    _set_record(kAccountRemove, list);
+    _set_record(WRP_ACCOUNT_REMOVE, list);
 }
 
 void cloud_getAccount(AccountList *list) {
-    _get_record(kAccountRead, list);
+    _get_record(WRP_ACCOUNT_READ, list);
     if (list != nullptr) {
         _terminate(list->userName);
         _terminate(list->password);
@@ -240,7 +224,7 @@ void cloud_getAccount(AccountList *list) {
 }
 
 void cloud_delallAccount() {
-    WrpOpEntry entry{kAccountDeleteAll, 0, 0, 0, 0};
+    WrpOpEntry entry{WRP_ACCOUNT_DELETE_ALL, 0, 0, 0, 0};
     if (wrpOpGrpDo(&entry, static_cast<int>(sizeof entry), WRP_WRITE) != 0) {
         CLOUD_LOG("wrpOpGrpDo fail.\n");
     }
@@ -248,7 +232,7 @@ void cloud_delallAccount() {
 
 int cloud_getNewFwInfo(UpgradeInfo *info) {
     FwUpInfo record;
-    if (info == nullptr || !_read_record(kFwUpInfoRead, &record)) {
+    if (info == nullptr || !_read_record(WRP_UPGRADE_INFO_READ, &record)) {
         CLOUD_LOG("cloud wrpOpGrpDo fail.\n");
         return 0;
     }
@@ -259,7 +243,7 @@ int cloud_getNewFwInfo(UpgradeInfo *info) {
 
 int cloud_setNewFwInfo(const char *const *fwFields) {
     DeviceInfo device;
-    if (fwFields == nullptr || !_read_record(kDeviceInfoRead, &device)) {
+    if (fwFields == nullptr || !_read_record(WRP_DEVICE_INFO_READ, &device)) {
         CLOUD_LOG("wrpOpGrpDo fail.\n");
         return 0;
     }

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "wrapper.h"
+
 // Records of the store ------------------------------------------------------------------------------
 
 /// Firmware that the cloud offers.
@@ -20,7 +22,7 @@ struct FwUpInfo {
     char releaseLogUrl[257];
     char url[1025];
 };
-static_assert(sizeof(FwUpInfo) == 2648 && offsetof(FwUpInfo, releaseDate) == 2);
+static_assert(sizeof(FwUpInfo) == WRP_UPGRADE_INFO_BYTES && offsetof(FwUpInfo, releaseDate) == 2);
 static_assert(offsetof(FwUpInfo, version) == 276 && offsetof(FwUpInfo, releaseLog) == 341);
 static_assert(offsetof(FwUpInfo, releaseLogUrl) == 1366 && offsetof(FwUpInfo, url) == 1623);
 
@@ -29,28 +31,28 @@ struct UpgradeTime {
     uint32_t seconds;  // UTC since 1970
     uint32_t flag;     // 1 stored, 0 cleared
 };
-static_assert(sizeof(UpgradeTime) == 8);
+static_assert(sizeof(UpgradeTime) == WRP_UPGRADE_TIME_BYTES);
 
 struct DeviceStatus {
     uint8_t bind_status;  // 1 bound
     uint8_t need_unbind;  // 1 an unbind is still owed to the cloud
 };
-static_assert(sizeof(DeviceStatus) == 2);
+static_assert(sizeof(DeviceStatus) == WRP_DEVICE_STATUS_BYTES);
 
 struct DeviceInfo {
-    uint8_t kind;
+    uint8_t kind;  // 3: the type of stored firmware is always 3
     char alias[65];
 };
-static_assert(sizeof(DeviceInfo) == 66);
+static_assert(sizeof(DeviceInfo) == WRP_DEVICE_INFO_BYTES);
 
 /// Bytes of an account's name with its terminator.
-inline constexpr size_t kUserNameRoom = 129;
+inline constexpr size_t kUserNameRoom = WRP_USER_NAME_BYTES;
 
 struct LoginInfo {
     uint8_t role;  // as the cloud returned it at the last login; 0 is the owner
     char userName[kUserNameRoom];
 };
-static_assert(sizeof(LoginInfo) == 130);
+static_assert(sizeof(LoginInfo) == WRP_LOGIN_BYTES);
 
 /// The account list has room for one entry, whatever `count` says: never read past it.
 struct AccountList {
@@ -59,12 +61,12 @@ struct AccountList {
     char password[513];  // in the device's encrypted text form
     char reserved[2];
 };
-static_assert(sizeof(AccountList) == 648 && offsetof(AccountList, userName) == 4);
+static_assert(sizeof(AccountList) == WRP_ACCOUNT_BYTES && offsetof(AccountList, userName) == 4);
 static_assert(offsetof(AccountList, password) == 133 && offsetof(AccountList, reserved) == 646);
 
 // In memory only ------------------------------------------------------------------------------------
 
-/// Identity of the device as the firmware check sends it.
+/// What the identity files say of the device. The firmware check sends all but dev_id.
 struct CheckInfo {
     char sw_version[128];  // raw, its newline included
     char fw_id[33];
@@ -73,9 +75,12 @@ struct CheckInfo {
     char dev_id[65];
 };
 
+/// Bytes of a firmware address in memory with its terminator, one less than the record has.
+inline constexpr size_t kFirmwareUrlRoom = 1024;
+
 /// What the download command needs of the stored firmware information.
 struct UpgradeInfo {
-    char url[1024];
+    char url[kFirmwareUrlRoom];
 };
 
 /// Order of the texts given to cloud_setNewFwInfo.
@@ -90,11 +95,11 @@ enum FwField {
     kFwFieldCount,
 };
 
-// Single records: a null pointer does nothing; a read zeroes the record first. A store failure is logged; of
-// these two it is the result as well.
-/// @return 1; 0 on a store failure.
+// Single records: a null pointer does nothing; a read zeroes the record first and terminates its texts. A
+// store failure is logged; of these two it is the result as well.
+/// @return 1; 0 for null or on a store failure.
 [[nodiscard]] int cloud_setLoginInfo(LoginInfo *info);
-/// @return 1; 0 on a store failure.
+/// @return 1; 0 for null or on a store failure.
 [[nodiscard]] int cloud_getLoginInfo(LoginInfo *info);
 void cloud_setDeviceStatus(DeviceStatus *status);
 void cloud_getDeviceStatus(DeviceStatus *status);
@@ -104,26 +109,27 @@ void cloud_insertAccount(AccountList *list);
 void cloud_getAccount(AccountList *list);
 void cloud_delallAccount();
 
-/// Reads the address of the stored firmware, kept to 1023 characters. @return 1; 0 on a store failure.
+/// Reads the address of the stored firmware, kept to 1023 characters (logged).
+/// @return 1; 0 for null or on a store failure (logged), and the record is as it was.
 [[nodiscard]] int cloud_getNewFwInfo(UpgradeInfo *info);
 
 /// Stores firmware information and the time of it, as one group.
-/// @param fwFields  kFwFieldCount texts in the order of FwField, each may be null.
-/// @return 1; 0 on a store failure.
+/// @param fwFields  kFwFieldCount texts in the order of FwField, each may be null; longer ones are cut.
+/// @return 1; 0 for null or on a store failure (logged).
 [[nodiscard]] int cloud_setNewFwInfo(const char *const *fwFields);
 
-/// Called when the device is up to date: nothing to store. @return 1.
+/// Contract: called when the list of firmware is empty, and stores nothing. @return 1.
 [[nodiscard]] int cloud_setOldFwInfo();
 
-/// Clears the stored firmware information and its time.
+/// Clears the stored firmware information and its time, as one group. A store failure is logged.
 void cloud_clearFwUpInfo();
 
 /// Fills a zeroed record with the device's identifiers and software version. Identifiers that are absent
 /// or no texts are left out.
-/// @return 1; 0 when an identity file cannot be read (logged); what was read before stays.
+/// @return 1; 0 when an identity file cannot be read or parsed (logged); what was read before stays.
 [[nodiscard]] int cloud_getCheckFwVerInfo(CheckInfo *info);
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
 void cloud_removeAccount(AccountList *list);  // a single record, as above
 
@@ -155,11 +161,12 @@ static_assert(sizeof(UcmMessage) == 24 && kUcmHeaderSize == 20);
 [[nodiscard]] int ucm_ui_req_type_516(UcmMessage *msg);
 [[nodiscard]] int ucm_ui_req_type_517(UcmMessage *msg);
 
-/// Checks a response of `len` bytes. A short one is reported on standard output.
+/// Checks a response of `len` bytes.
+/// Contract: null, an empty and a short one are reported on standard output, not in the log.
 /// @return 0 for a complete response of success; -1000 otherwise.
 [[nodiscard]] int ucm_ui_resp_check_result(const UcmMessage *msg, uint32_t len);
 
-// Payload of a checked response; all return 0.
+// Payload of a checked response; all return 0. A payload shorter than a word reads as 0.
 [[nodiscard]] int ucm_ui_resp_get_transId(const UcmMessage *msg, uint32_t *out);
 [[nodiscard]] int ucm_ui_resp_get_u32(const UcmMessage *msg, uint32_t *out);
 [[nodiscard]] int ucm_ui_resp_get_u32_2(const UcmMessage *msg, uint32_t *out);

@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr uint32_t kRequestKind = 1;
 constexpr int kVersionNumbersRoom = 16;
 constexpr int32_t kNoAutoResult = -1;
 
@@ -38,7 +37,7 @@ struct Answer {
     const char *errMsg = nullptr;  // may be absent
 };
 
-constinit int32_t l_lastAutoResult = kNoAutoResult;
+constinit int32_t l_lastAutoResult = kNoAutoResult;  // what the sending of the last automatic check gave
 
 bool _open_answer(const char *response, Answer *answer) {
     answer->tree.reset(cloud_jsonParseStr(response));
@@ -87,18 +86,19 @@ Outcome _store_newest(const cJSON *list, std::span<const FwField> needs) {
         CLOUD_LOG("set upgradInfo failed.\n");
         return Outcome::kFailed;
     }
-    CLOUD_LOG("response auto check firmware.\n");
+    CLOUD_LOG("response auto check firmware.\n");  // Contract: whoever asked.
     return Outcome::kStored;
 }
 
 // @param needs  members without which an entry is no offer.
+// Contract: a missing "result" is logged as an answer that does not parse.
 Outcome _handle_list(const cJSON *answer, std::span<const FwField> needs) {
     cJSON *result = cJSON_GetObjectItemCaseSensitive(answer, "result");
     if (result == nullptr) {
         CLOUD_LOG("get jsonrpc obj failed.\n");
         return Outcome::kFailed;
     }
-    // Read as a text, because the list may be one: some answers carry it quoted.
+    // Contract: taken as a text and parsed again, so that a list in quotes counts as well.
     const char *text = cloud_getValueFromJsonObj(result, "fwList");
     if (text == nullptr) {
         CLOUD_LOG("Couldn't found fwList\n");
@@ -116,7 +116,7 @@ Outcome _handle_list(const cJSON *answer, std::span<const FwField> needs) {
     return _store_newest(list.get(), needs);
 }
 
-// A check that repeats an automatic one which timed out the same way is not counted again.
+// Contract: a time-out is not counted when the sending gave what that of the last automatic check did.
 void _handle_check_error(int32_t result, const Answer &answer) {
     if (cloud_parseInt32(answer.errCode) == KXCC_ERROR_TIMEOUT) {
         if (l_lastAutoResult != result) {
@@ -235,6 +235,7 @@ int checkFwVerFromCloud(int byUser) {
     const int32_t result = _send_request(request.get(), &response);
     checkFwVerResultHandle(result, response.get());
     if (result < 0) {
+        // Contract: the message names another function, here and below.
         CLOUD_LOG("Fail to kxcc_send_request_async, error=%d\n", result);
         return 0;
     }

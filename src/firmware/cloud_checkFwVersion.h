@@ -11,29 +11,30 @@
 struct CheckInfo;
 
 /// Makes the request for the firmware list.
-/// @return a heap text that the caller releases (cJSON_free); null on failure (logged).
+/// @param info  its texts end; its software version is a version text (cloud_fwVersion.h).
+/// @return a heap text that the caller releases with free(); null on failure (logged).
 [[nodiscard]] char *getFwListCreateJsonMsg(const CheckInfo *info);
 
-/// Handles the answer of a check: stores what it offers and writes the outcome into the status file, which
-/// stays alone while a download runs in this process.
-/// @param result    what sending gave. @param response  the answer's text; may be null.
+/// Handles the answer of a check: stores what it offers and writes the outcome into the status file; not
+/// there while g_fwDownloadFlag is set (logged).
+/// @param result  what sending gave. @param response  the answer's text; may be null.
 void checkFwVerResultHandle(int32_t result, const char *response);
 
-/// Sends the request and handles its answer.
-/// @param byUser  0 for an automatic check: its result is kept, so that a time-out that follows is counted
-///                once only.
-/// @return 1 when it was sent and answered, whatever the answer; 0 otherwise.
+/// Sends the request and handles its answer, also where there is none.
+/// @param byUser  0 for an automatic check: what its sending gave is kept. The next answer -3002 to a check
+///                whose sending gave the same is then not counted as a time-out.
+/// @return 1 when it was sent and answered, whatever the answer; 0 otherwise (logged).
 [[nodiscard]] int checkFwVerFromCloud(int byUser);
 
-/// Asks for the list and stores what it offers; the status file stays alone.
+/// Asks for the list and stores what it offers; the status file stays as it is.
 /// @return 0 when sent and answered, whatever the answer; the negative code of a failed sending; -1 when
-///         the request could not be made.
+///         the request could not be made. Both are logged.
 [[nodiscard]] int cloud_msg_getFwList();
 
-/// The check that a user asked for.
+/// The check that a user asked for. @return as checkFwVerFromCloud.
 [[nodiscard]] int cloud_userCheckFwVerFromCloud();
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
-/// The automatic check.
+/// The automatic check. @return as checkFwVerFromCloud.
 [[nodiscard]] int cloud_autoCheckFwVerFromCloud();

@@ -1,8 +1,8 @@
 // The few functions of libcurl that the download uses.
 //
-// libcurl and what it brings along is far larger than this program, and one command of many needs it: it
-// is opened when that command runs. A build for a device may link it instead (CLOUD_CURL=link), and this
-// table then holds the functions themselves. Single thread.
+// libcurl and the libraries that it loads are far larger than this program, and one command alone needs them:
+// libcurl is opened when that command runs. A build for a device may link it instead (CLOUD_CURL=link), and
+// this table then holds the functions themselves. For one thread.
 #pragma once
 
 // The length as a double and the protocol masks are what every libcurl in use has, old and new; newer

@@ -13,7 +13,7 @@
 namespace {
 
 constinit DownloadEntry l_downloadEntry{};  // the pending one
-sem_t l_downloadSemaph;                     // for a download thread that waits for entries; nobody does yet
+sem_t l_downloadSemaph;                     // Contract: made ready, and nobody waits for it.
 
 void _fail(FwStatus status) {
     cloud_setFirmwareDownloadStatus(status, 0);

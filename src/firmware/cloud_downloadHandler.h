@@ -1,8 +1,7 @@
 // The one pending download: its entry, and the handler that carries it out and notes the outcome in the
 // status file.
 //
-// The download command stores an entry and runs the handler, both on its own thread; without a lock. (A
-// thread for the handler can be started as well: the entry is then written before it starts.)
+// The download command stores an entry and runs the handler, both on its own thread; there is no lock.
 #pragma once
 
 #include <cstdint>
@@ -34,8 +33,9 @@ int downloadHandler();
 /// Fetches an entry's resource. @return 1; 0 on failure (logged).
 [[nodiscard]] int downloadFromCloud(DownloadEntry *entry);
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
-/// Clears the entry and starts a thread that runs the handler once.
+/// Starts a thread that runs the handler once.
+/// Contract: clears the entry first, so the handler finds none.
 /// @return 1; 0 on failure (logged).
 [[nodiscard]] int cloud_initPthreadDownloadHandler();

@@ -31,8 +31,8 @@ void _parse_numbers(const char *text, Version *version) {
     }
 }
 
-// Today's texts have letters or points where these two are read, which gives 0: the numbers decide alone.
-// They count once a version format has digits there.
+// Contract: both are read at a character that is no digit ("B" and the point), which gives 0: the three
+// numbers decide alone.
 void _parse_stamps(const char *tail, Version *version) {
     const char *build = strstr(tail, "Build");
     if (build == nullptr) {
@@ -78,6 +78,7 @@ int fwVerCmp(const char *cmpFwVer, const char *curFwVer) {
     }
     CLOUD_LOG("Cur firmware info: fwVer is %d.%d.%d, fwDate is %ld, fwTimestamp is  %ld\n", cur.majorNum,
               cur.minorNum, cur.patchNum, static_cast<long>(cur.date), static_cast<long>(cur.timestamp));
+    // Contract: only the first number's outcome is logged.
     if (cmp.majorNum < cur.majorNum) {
         CLOUD_LOG("Compared firmware is older than cur firmware!\n");
         return 0;

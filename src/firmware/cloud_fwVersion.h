@@ -1,5 +1,6 @@
 // Firmware version texts: three numbers, a blank, and a tail with "Build", as in
-// "1.0.7 Build 20240102 Rel.3". They come from the cloud and from a file: any text is bearable.
+// "1.0.7 Build 20240102 Rel.3". They come from the cloud and from a file, so any text is allowed. No state:
+// safe in any thread.
 #pragma once
 
 /// Whether a version is newer than another. Numbers beyond 32 bits count as the nearest there is.

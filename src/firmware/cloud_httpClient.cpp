@@ -101,7 +101,7 @@ private:
 }
 
 void _recordDLImgInfo(double length, const char *name) {
-    std::array<char, 16> text;
+    std::array<char, kNumberRoom> text;
     snprintf(text.data(), text.size(), "%d\n", cloud_clampTo<int32_t>(length));
     if (_record(kImageSizePath, text.data())) {
         static_cast<void>(_record(kImageNamePath, name));
@@ -170,6 +170,7 @@ void _measure_partial(const struct stat &status, const char *localPath) {
         const CURLcode code = cloud_curl()->easyPerform(curl);
         *lastCode = code;
         CLOUD_LOG("httpClientFileInfo.localFileLength:%f tmpFileLen:%f\n", info->localFileLength, lastLength);
+        // Contract: whatever the code; the message speaks of a time-out all the same.
         if (info->localFileLength - lastLength > kNothing) {
             CLOUD_LOG("CURLE_OPERATION_TIMEOUTED, continue to download.\n");
             lastLength = info->localFileLength;
@@ -194,8 +195,8 @@ void _measure_partial(const struct stat &status, const char *localPath) {
     CURLcode lastCode = CURLE_OK;
     const int result = _run_transfers(info, curl, &lastCode);
     if (result != 0 && lastCode == CURLE_RANGE_ERROR) {
-        static_cast<void>(_discard_partial());  // a server without ranges would refuse every later run as
-                                                // well: those start at 0
+        // A server without ranges would refuse every later run as well: the next one starts at 0.
+        static_cast<void>(_discard_partial());
     }
     return result;
 }
@@ -259,7 +260,7 @@ int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode) {
         return -1;
     }
     double length = -1.0;
-    const int asked = getDownloadFileLen(curl.get(), url, &length);
+    const int asked = getDownloadFileLen(curl.get(), url, &length);  // Contract: looked at after the records.
     if (!_verifyDLImgName(localPath)) {
         CLOUD_LOG("open %s failed.", kPartialImagePath);
         return -1;  // and the record goes on telling the next run whose image that is
@@ -307,6 +308,7 @@ int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int 
         CLOUD_LOG("cloud_httpClientGet failed!\n");
         return -1;
     }
+    // Contract: an image of unknown length ends at 100 as well.
     if (mode == kFirmwareMode && g_httpClientFileInfo.progress == 0) {
         g_httpClientFileInfo.progress = kPercentDone;
     }

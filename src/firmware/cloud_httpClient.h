@@ -3,7 +3,8 @@
 //
 // The state between runs is in files only: the partial image (kPartialImagePath; a finished one,
 // kFinishedImagePath, is taken back as such), the name of the image it belongs to (kImageNamePath, "/tmp/"
-// and the last part of its address, no newline) and the image's length (kImageSizePath, "<bytes>\n").
+// and the last part of its address, no newline) and the image's length (kImageSizePath, "<bytes>\n", -1 where
+// the server did not tell it).
 // Progress goes to the status file, once for each whole percent. All on one thread.
 #pragma once
 
@@ -26,22 +27,25 @@ struct HttpClientFileInfo {
 extern constinit HttpClientFileInfo
     g_httpClientFileInfo;  // NOLINT(bugprone-dynamic-static-initializers): a declaration
 
-/// Fetches an image. Five attempts in a row that bring nothing give up; any that brings data starts
+/// Fetches an image. Five failed attempts in a row that bring nothing give up; any that brings data starts
 /// counting anew.
 /// @param url        its last part names the image.
 /// @param localPath  kLocalPathRoom bytes; receives the path of the file.
-/// @return 0; -1 on failure (logged), and what has arrived stays for the next run, except when the server
-///         refuses to resume.
+/// @param mode       0 or 1.
+/// @return 0, also when the server tells no length and nothing was fetched; -1 on failure (logged, but for a
+///         null localPath), and what has arrived stays for the next run, except when the server refuses to
+///         resume.
 [[nodiscard]] int cloud_httpClientDownloadFile(const char *url, char *localPath, unsigned int mode);
 
-/// The download proper. @param localPath  in: the image's name record; out: the path of the file; null: -1.
+/// The download itself, the rest as above.
+/// @param localPath  in: the image's name record; out: the path of the file.
 [[nodiscard]] int cloud_httpClientGet(const char *url, char *localPath, unsigned int mode);
 
 /// libcurl's write callback: appends to `stream`, a FILE without buffer, counts and reports.
-/// @return bytes that the file holds now; fewer than given end the transfer.
+/// @return bytes that were written; fewer than given end the transfer.
 [[nodiscard]] size_t getWriteData(char *data, size_t size, size_t count, void *stream);
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
 /// @param sizeOut  receives bytes, UINT32_MAX at most. @return 0; -1 when there is no such file (logged).
 [[nodiscard]] int getLocalFileLen(const char *path, uint32_t *sizeOut);

@@ -15,7 +15,7 @@ constexpr char kCaFile[] = CLOUD_CA_FILE;
 constexpr char kSecureScheme[] = "https:";
 constexpr long kGlobalFlags = 3;  // everything libcurl may need
 constexpr long kLowSpeedBytes = 1;
-constexpr long kLowSpeedSeconds = 5;
+constexpr long kLowSpeedS = 5;
 constexpr long kRedirectMax = 30;            // older libraries have no limit of their own
 constexpr long kReceiveBytes = 128L * 1024;  // 16 KiB, the default, cost a fifth more time
 constexpr long kProtocols = CURLPROTO_HTTP | CURLPROTO_HTTPS;
@@ -35,7 +35,7 @@ constexpr NumberOption kCommonOptions[] = {
     {CURLOPT_NOSIGNAL, 1, "Set CURLOPT_NOSIGNAL failed: %s\n"},
     {CURLOPT_FAILONERROR, 1, "Set CURLOPT_FAILONERROR failed: %s\n"},
     {CURLOPT_LOW_SPEED_LIMIT, kLowSpeedBytes, "Set CURLOPT_LOW_SPEED_LIMIT failed: %s\n"},
-    {CURLOPT_LOW_SPEED_TIME, kLowSpeedSeconds, "Set CURLOPT_LOW_SPEED_TIME failed: %s\n"},
+    {CURLOPT_LOW_SPEED_TIME, kLowSpeedS, "Set CURLOPT_LOW_SPEED_TIME failed: %s\n"},
     {CURLOPT_PROTOCOLS, kProtocols, "Set CURLOPT_PROTOCOLS failed: %s\n"},
     {CURLOPT_MAXREDIRS, kRedirectMax, "Set CURLOPT_MAXREDIRS failed: %s\n"},
     {CURLOPT_BUFFERSIZE, kReceiveBytes, "Set CURLOPT_BUFFERSIZE failed: %s\n"},
@@ -118,7 +118,7 @@ int setCommonOptions(const char *httpMethod, CURL *curl, const char *url) {
             return -1;
         }
     }
-    // What was asked for in secret is not fetched in the open.
+    // What was asked for over https is not fetched over http.
     const long redirects =
         strncasecmp(url, kSecureScheme, sizeof(kSecureScheme) - 1) == 0 ? CURLPROTO_HTTPS : kProtocols;
     if (setCurlNumber(curl, CURLOPT_REDIR_PROTOCOLS, redirects, "Set CURLOPT_REDIR_PROTOCOLS failed: %s\n") !=

@@ -1,6 +1,6 @@
 // The libcurl handle of the image download: its life, its options, and the question for the image's length.
-// Only http and https are fetched; a redirect from an https address leads to https only. Each failure is
-// logged by the name of its option.
+// Only http and https are fetched; a redirect from an https address leads to https only. A failed option is
+// logged by its name. For one thread.
 #pragma once
 
 #include "cloud_curl.h"
@@ -25,13 +25,15 @@ using CurlHandle = std::unique_ptr<CURL, Releaser<cleanupCurlEasyHandle>>;
 [[nodiscard]] int setCommonOptions(const char *httpMethod, CURL *curl, const char *url);
 
 /// Asks the server for the image's length, by a HEAD request.
+/// @param url        not used.
 /// @param lengthOut  receives bytes; -1 when the server does not say. @return 0; -1 on failure (logged).
 [[nodiscard]] int getDownloadFileLen(CURL *curl, const char *url, double *lengthOut);
 
 /// Turns the handle to fetching the body. @param writeFunction  receives it. @return 0; -1 (logged).
 [[nodiscard]] int resumeSomeOptions(CURL *curl, CurlWriter writeFunction);
 
-/// Sets one option. @param format  message with "%s" for libcurl's text of the failure.
+/// Sets one option.
+/// @param value   stays the caller's. @param format  message with "%s" for libcurl's text of the failure.
 /// @return 0; -1 on failure (logged).
 [[nodiscard]] int setCurlNumber(CURL *curl, CURLoption option, long value, const char *format);
 [[nodiscard]] int setCurlPointer(CURL *curl, CURLoption option, const void *value, const char *format);

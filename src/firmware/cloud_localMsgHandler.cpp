@@ -18,10 +18,6 @@
 
 namespace {
 
-constexpr unsigned kStoreVerify = 0xe0002;
-constexpr unsigned kStoreUpgrade = 0xe0001;
-constexpr size_t kVerifyReplyBytes = 132;  // its first word is the error
-
 constexpr unsigned int kUpdateDelayS = 5;  // lets the web interface answer first
 
 constexpr int kReconnectWaitS = 5;
@@ -31,9 +27,10 @@ void _fail(FwStatus status) {
     cloud_setFirmwareUpgradeStart(0);
 }
 
+// Contract: the call's own result is not looked at, so a call that wrote no reply counts as a good image.
 int32_t _verify_image() {
-    std::array<unsigned char, kVerifyReplyBytes> reply{};
-    static_cast<void>(wrpOpDo(kStoreVerify, nullptr, 0, reply.data(), kVerifyReplyBytes, WRP_READ));
+    std::array<unsigned char, WRP_VERIFY_REPLY_BYTES> reply{};  // its first word is the error
+    static_cast<void>(wrpOpDo(WRP_VERIFY, nullptr, 0, reply.data(), WRP_VERIFY_REPLY_BYTES, WRP_READ));
     int32_t error = 0;
     memcpy(&error, reply.data(), sizeof error);
     return error;
@@ -44,7 +41,7 @@ bool _start_upgrade() {
     uint32_t argument = 0;
     void *reply = nullptr;
     unsigned length = 0;
-    if (wrpDoCmdWithoutID(kStoreUpgrade, &argument, sizeof argument, &reply, &length) != 0) {
+    if (wrpDoCmdWithoutID(WRP_INSTALL, &argument, sizeof argument, &reply, &length) != 0) {
         return false;
     }
     uint32_t result = 1;
@@ -83,7 +80,7 @@ int fwDownloadMsgHandler() {
     UpgradeInfo info{};
     if (cloud_getNewFwInfo(&info) <= 0) {
         CLOUD_LOG("Get firmware upgrade info fail.\n");
-        _fail(kFwDownloadFailed);  // the empty address below fails as well: readers see it twice
+        _fail(kFwDownloadFailed);  // Contract: written twice, as the empty address below fails as well.
     }
     if (info.url[0] == '\0') {
         CLOUD_LOG("firmware url is NULL.\n");
@@ -111,7 +108,7 @@ int fwUpdateMsgHander() {
 int cloud_upgradeFirmware(int reserved) {
     CLOUD_LOG("Now will check the downloaded image...");
     const int result = verifyAndUpgradeFw(reserved);
-    if (result == 1) {
+    if (result == 1) {  // Contract: never so.
         CLOUD_LOG("Oh no, verifyAndUpgradeFw should not return, we will never get here!\n");
         return 1;
     }
@@ -143,7 +140,7 @@ int cloud_updateFirmware(int /*reserved*/, uint32_t /*imageLength*/) {
     const int result = wrpGetTransID(0);
     if (result != 0) {
         CLOUD_LOG("wrpGetTransID failed, ret = %d", result);
-        return result;
+        return result;  // Contract: nothing is given back.
     }
     CLOUD_LOG("cloud upgrading!!!");
     if (_start_upgrade()) {

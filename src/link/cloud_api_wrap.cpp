@@ -8,17 +8,16 @@
 #include "cloud_number.h"
 #include "cloud_owner.h"
 #include "cloud_util.h"
-#include "kxcc.h"
 
 namespace {
 
 constexpr int kAttempts = 3;
-constexpr int32_t kPollStepMs = 500;
+constexpr int32_t kPollStepMs = KXCC_POLL_INTERVAL_MS;
 constexpr int32_t kMethodUnknown = -20103;  // the cloud's own refusal: the request reached it
 
-// One submission without an account, polled in nominal steps: slow polls do not shorten it.
+// Waits for the answer to one submission. Contract: counts steps, looks at no clock.
 [[nodiscard]] int32_t _poll_noaccount(int32_t id, int32_t timeoutMs, char **responseOut) {
-    for (int64_t elapsed = 0; elapsed <= timeoutMs; elapsed += kPollStepMs) {
+    for (int64_t elapsedMs = 0; elapsedMs <= timeoutMs; elapsedMs += kPollStepMs) {
         if (kxcc_get_response(id, responseOut) == KXCC_OK) {
             return KXCC_OK;
         }
@@ -99,7 +98,8 @@ int testCloudSrvConnection(int32_t timeoutS) {
         return 0;
     }
     char *answer = nullptr;
-    const int32_t sent = cloud_wrap_send_request_sync(request.get(), _milliseconds(timeoutS), 1, &answer);
+    const int32_t sent =
+        cloud_wrap_send_request_sync(request.get(), _milliseconds(timeoutS), kRequestKind, &answer);
     const HeapText response(answer);
     if (sent != KXCC_OK || response == nullptr) {
         return 0;

@@ -10,10 +10,8 @@
 
 namespace {
 
-constexpr int32_t kNoticeKind = 1;
-
 // {"method":"notifyEvent","params":{"event":"closeConnection","attribute":{"reason":<reason>}}}
-// Null without memory; an attribute that could not be made is left out.
+// Null without memory. Contract: an attribute that could not be made is left out.
 JsonTree _make_close_notice(int32_t reason) {
     JsonTree root(cJSON_CreateObject());
     JsonTree params(cJSON_CreateObject());
@@ -45,7 +43,7 @@ void cloud_closeConnection(int32_t reason) {
         CLOUD_LOG("closeConnection failed!\n");
         return;
     }
-    const int32_t id = kxcc_send_request_async(text, kAnswerWaitMs, kNoticeKind, closeConnResultHandle);
+    const int32_t id = kxcc_send_request_async(text, kAnswerWaitMs, kRequestKind, closeConnResultHandle);
     if (id < 0) {
         CLOUD_LOG("Fail to kxcc_send_request_async, error=%d\n", id);
     }

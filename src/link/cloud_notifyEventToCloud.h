@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+// Interface only: no command calls what follows.
+
 /// Tells the cloud that the device closes its connection, and returns at once; the answer comes through
 /// closeConnResultHandle. A request that cannot be sent is logged.
 /// @param reason  code of the reason.

@@ -56,7 +56,7 @@ void requestTimeoutCount(int type, int byUser) {
               threshold);
     if (kxcc_notify_cloud_brd(user ? KXCC_EVENT_USER_TIMEOUTS : KXCC_EVENT_TIMEOUTS) != 0) {
         CLOUD_LOG("reconstruct ssl path path failed!\n");
-        return;
+        return;  // Contract: the count stays, so the next time-out asks again.
     }
     count = 0;
 }

@@ -11,8 +11,7 @@ enum RequestType : int {
     kRequestTypeEnd = 4,
 };
 
-/// Notes a request that timed out. Its only user is the firmware check, so whatever `type` says, it counts
-/// as one of those.
+/// Notes a request that timed out. Contract: whatever `type` says, it counts as a firmware check.
 void cloud_handleTimeout(int type);
 
 /// Counts one time-out of a kind; at the second in a row (byUser not 0) or the third (0) the broker is
@@ -21,12 +20,12 @@ void cloud_handleTimeout(int type);
 void requestTimeoutCount(int type, int byUser);
 
 /// The time-outs of each kind: they log it; those of the firmware note the failure in the status file and
-/// are counted.
+/// are counted, as if a user waited. Commands meet the first only.
 void cloudCheckFwExpired();
 void cloudDownloadFwExpired();
 void notifyEventExpired();
 
-// For other programs of the device; no command calls what follows.
+// Interface only: no command calls what follows.
 
 /// Starts counting anew: one kind, or all of them (logged) when `type` is none of the three.
 void cloud_initReqTimeoutCount(int type);
