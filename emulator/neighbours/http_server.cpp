@@ -2,15 +2,53 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <csignal>
+#include <functional>
+#include <list>
 #include <stdexcept>
+#include <thread>
+#include <utility>
 
 namespace emulator {
 namespace {
 
 constexpr const char *kLoopback = "127.0.0.1";
 constexpr size_t kRequestsEach = 1000;  // on one connection
-constexpr size_t kThreads = 32;         // one for each connection that is open
+
+// A thread for each connection, made when that comes: most devices are asked for no image at all. All calls
+// come from the server's own thread.
+class ConnectionThreads : public httplib::TaskQueue {
+public:
+    void enqueue(std::function<void()> serve) override {
+        served_.remove_if([](Served &served) {
+            const bool done = served.done;
+            if (done) {
+                served.thread.join();
+            }
+            return done;
+        });
+        Served &served = served_.emplace_back();
+        served.thread = std::thread([&served, serve = std::move(serve)] {
+            serve();
+            served.done = true;
+        });
+    }
+
+    void shutdown() override {
+        for (Served &served : served_) {
+            served.thread.join();
+        }
+    }
+
+private:
+    struct Served {
+        std::atomic<bool> done = false;
+        std::thread thread;
+    };
+
+    std::list<Served> served_;
+};
 
 std::unique_ptr<httplib::Server> _make_server(const TlsFiles &tls) {
     struct sigaction before {};
@@ -30,7 +68,7 @@ std::unique_ptr<httplib::Server> _make_server(const TlsFiles &tls) {
 HttpServer::HttpServer(const TlsFiles &tls, int port) : server_(_make_server(tls)) {
     server_->set_keep_alive_max_count(kRequestsEach);
     server_->set_keep_alive_timeout(1);  // a client that idles must not keep the server from ending
-    server_->new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
+    server_->new_task_queue = [] { return new ConnectionThreads; };
     if (server_->is_valid()) {
         port_ = port == 0                                ? server_->bind_to_any_port(kLoopback)
                 : server_->bind_to_port(kLoopback, port) ? port
