@@ -308,11 +308,12 @@ const std::vector<Hostile> &_hostile() {
 void _outlives(Part &part, const Hostile &row) {
     Peer other = part.client();
     {
-        const Peer peer = part.client();
+        Peer peer = part.client();
         peer.send_bytes(row.bytes);
         require(other.ask(kLogic, "").member("status").is_number_integer(),
                 "a client beside it is not served");
-    }  // gone, in the middle of a message
+        peer.finish();  // in the middle of a message
+    }
     require(other.ask(kLogic, "").member("status").is_number_integer(), "a client that stayed is not served");
     part.serve_others();
 }

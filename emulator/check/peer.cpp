@@ -102,6 +102,11 @@ bool Peer::closes() {
     return false;
 }
 
+void Peer::finish() {
+    shutdown(fd_.get(), SHUT_WR);
+    static_cast<void>(closes());
+}
+
 std::string Peer::_bytes(size_t size, const char *what) {
     std::string bytes(size, '\0');
     for (size_t filled = 0; filled < size;) {

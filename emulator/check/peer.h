@@ -41,6 +41,9 @@ public:
 
     /// Waits until the peer closes, whatever it sends before. @return false when it does not.
     [[nodiscard]] bool closes();
+    /// Sends nothing more, and waits until the peer has dealt with what was sent: until it closes, if it
+    /// does.
+    void finish();
 
 private:
     [[nodiscard]] std::string _bytes(size_t size, const char *what);

@@ -2,6 +2,7 @@
 #include <array>
 #include <atomic>
 #include <future>
+#include <memory>
 #include <thread>
 
 #include "checks.h"
@@ -196,19 +197,20 @@ void _write_marked(Store &store, char mark) {
 
 void _serves_several(const Platform &platform) {
     constexpr int kWrites = 40;
-    constexpr int kReads = 80;
     Store reader(platform);
     _write_marked(reader, 1);
+    std::atomic<int> busy = 2;
     std::vector<std::future<void>> writers;
     for (const char mark : {'\1', '\2'}) {
-        writers.push_back(std::async(std::launch::async, [&platform, mark] {
+        writers.push_back(std::async(std::launch::async, [&platform, &busy, mark] {
+            const std::shared_ptr<void> ended(nullptr, [&busy](void *) { --busy; });
             Store store(platform);
             for (int i = 0; i < kWrites; ++i) {
                 _write_marked(store, mark);
             }
         }));
     }
-    for (int i = 0; i < kReads; ++i) {
+    while (busy > 0) {
         static_cast<void>(_mark(reader));
     }
     for (std::future<void> &writer : writers) {

@@ -1,6 +1,7 @@
 /* A platform with the one fault that CLOUD_FAULT names; all else is done by the libraries that
  * CLOUD_REAL_WRAPPER and CLOUD_REAL_RSA name. */
 #include <dlfcn.h>
+#include <sched.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -61,6 +62,7 @@ static void spoil(const WrpOpEntry *entry) {
 int wrpOpGrpDo(WrpOpEntry *entries, int length, int direction) {
     const int count = length / (int)sizeof(*entries);
     int result;
+    int yields;
     int i;
     if (wrong("crash") && entries == NULL) {
         abort();
@@ -94,6 +96,9 @@ int wrpOpGrpDo(WrpOpEntry *entries, int length, int direction) {
                 return -1;
             }
             /* Half of the second group stays alone, for a kill to find. */
+            for (yields = 0; yields < 500; ++yields) {
+                sched_yield(); /* a torn group is to be met by a reader */
+            }
             while (wrong("stuck") && *(const char *)entries[i].input == 2) {
                 pause();
             }
