@@ -1,10 +1,15 @@
 // The emulated device as a program: run a command on it, use it by hand, or watch its life.
+#include <algorithm>
 #include <exception>
 #include <iostream>
+#include <span>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "commands.h"
 #include "namespace.h"
+#include "nearest_word.h"
 
 namespace {
 
@@ -14,6 +19,59 @@ constexpr auto kCommands = {emulator::add_run,      emulator::add_shell,    emul
                             emulator::add_mask,     emulator::add_scenario, emulator::add_check,
                             emulator::add_explain,  emulator::add_sweep,    emulator::add_web};
 
+// Names a word that is none of those known, with the nearest of them. @return whether it is none.
+bool _is_wrong(const char *kind, const std::string &word, const std::vector<std::string> &known) {
+    if (std::ranges::find(known, word) != known.end()) {
+        return false;
+    }
+    std::cerr << "extender: there is no " << kind << ' ' << word;
+    if (const std::string_view near = nearest_word(word, known); !near.empty()) {
+        std::cerr << "; did you mean " << near << '?';
+    }
+    std::cerr << " See extender --help.\n";
+    return true;
+}
+
+std::vector<std::string> _commands(const CLI::App &app) {
+    std::vector<std::string> names;
+    for (const CLI::App *command : app.get_subcommands(nullptr)) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
+std::vector<std::string> _options(const CLI::App &app) {
+    std::vector<std::string> names;
+    for (const CLI::Option *option : app.get_options()) {
+        for (const std::string &name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+// The parser itself blames what follows a word that it does not know.
+bool _has_wrong_word(const CLI::App &app, std::span<char *const> words) {
+    const CLI::App *command = &app;
+    for (const std::string word : words) {
+        if (word == "--") {
+            break;
+        }
+        const std::vector<std::string> commands = _commands(*command);
+        if (word.starts_with("--")) {
+            if (_is_wrong("option", word.substr(0, word.find('=')), _options(*command))) {
+                return true;
+            }
+        } else if (!commands.empty() && !word.starts_with('-')) {
+            if (_is_wrong("command", word, commands)) {
+                return true;
+            }
+            command = command->get_subcommand(word);
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 int main(int argc, char **argv) try {
@@ -22,8 +80,12 @@ int main(int argc, char **argv) try {
     }
     int status = 0;
     CLI::App app{"A Wi-Fi range extender, emulated: the neighbours of cloud_msg in a private device."};
+    app.set_version_flag("--version", "extender " CLOUD_VERSION, "Print the version and exit");
     for (const auto add : kCommands) {
         add(app, status);
+    }
+    if (_has_wrong_word(app, std::span(argv, static_cast<size_t>(argc)).subspan(argc > 0 ? 1 : 0))) {
+        return emulator::kNoDevice;
     }
     try {
         app.parse(argc, argv);

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "firmware.h"
+#include "meanings.h"
 #include "page_files.h"
 #include "secrets.h"
 #include "sequence.h"
@@ -93,6 +94,18 @@ json _arrows(Sequence &sequence, const json &record) {
     return list;
 }
 
+// What printed numbers mean; the device's own meaning goes first.
+json _codes() {
+    json codes = json::object();
+    for (const CodeMeaning &row : code_meanings()) {
+        const std::string number = std::to_string(row.code);
+        if ((row.place == Place::kPrinted || row.place == Place::kCloud) && !codes.contains(number)) {
+            codes[number] = row.meaning;
+        }
+    }
+    return codes;
+}
+
 }  // namespace
 
 // One reader of the events, and what it knows already.
@@ -102,6 +115,7 @@ struct WebServer::Reader {
     int state = 0;
     int silent = 0;
     bool secrets = false;
+    bool begun = false;
     Sequence sequence;
 };
 
@@ -202,6 +216,9 @@ void WebServer::_stream(const Request &request, Response &response) {
 bool WebServer::_write_news(Reader &reader, httplib::DataSink &sink) {
     const std::vector<json> records = cockpit_.control().journal().await_after(reader.seq, kWait);
     std::string text;
+    if (!std::exchange(reader.begun, true)) {
+        text = "event: codes\ndata: " + dump(_codes()) + "\n\n";
+    }
     for (size_t begin = 0; begin < records.size(); begin += kRecordsAtOnce) {
         const size_t end = std::min(begin + kRecordsAtOnce, records.size());
         reader.seq = records[end - 1].at("seq");

@@ -201,7 +201,10 @@ TEST_P(ExtenderTells, WhatIsWrong) {
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, ExtenderTells,
-    testing::Values(Misuse{"unknown_word", "$0 bogus", 125, "bogus"},
+    testing::Values(Misuse{"unknown_word", "$0 bogus", 125, "there is no command bogus"},
+                    Misuse{"near_word", "$0 rnu -- true", 125, "no command rnu; did you mean run?"},
+                    Misuse{"near_option", "$0 run --jurnal x -- true --any", 125,
+                           "no option --jurnal; did you mean --journal?"},
                     Misuse{"no_word", "$0", 125, "subcommand"},
                     Misuse{"scenario_no_json", "echo '{' >/tmp/bad; $0 run --scenario /tmp/bad -- true", 125,
                            "/tmp/bad: parse error"},

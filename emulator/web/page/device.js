@@ -7,21 +7,17 @@ const kBar = {
   20004: 'No memory',
 };
 const kLink = { 2: 'up', 4: 'reconnecting' };
-const kCodes = {
-  0: 'done', 1: 'yes', '-1': 'refused by the device', '-1000': 'no memory, or a damaged reply', '-2000': 'no socket',
-  '-2001': 'no connection to the broker', '-2002': 'no reply of the broker', '-3001': 'no answer yet',
-  '-3002': 'no answer in time', '-6000': 'an answer that cannot be read', '-7004': 'an argument that is not allowed',
-  '-20101': 'not a request', '-20102': 'a parameter is missing', '-20103': 'unknown method', '-20201': 'unknown account',
-  '-20202': 'wrong password', '-20301': 'unknown device', '-20302': 'bound to another account', '-20303': 'not bound',
-  '-20304': 'not the owner, or no user', '-20305': 'no such user',
-};
+let codes = {};
+
+/** Takes what printed numbers mean, by number. */
+export function takeCodes(all) { codes = all; }
 
 /** What a printed number means, or "". */
 export function meaning(text, argv = []) {
   const number = text.trim();
   if (/^(getBindStatus|getLogicStatus)$/.test(argv[1] ?? '')) return number === '1' ? 'yes, an account' : 'no account';
   if (!/^-?\d+$/.test(number)) return '';
-  return kCodes[number] ?? 'a code of the cloud’s or the broker’s own';
+  return codes[number]?.split(';')[0] ?? 'a code of the cloud’s or the broker’s own';
 }
 
 const word = (text, good) => make('span', { className: good ? 'good' : 'bad' }, text);

@@ -1,7 +1,7 @@
 // The page: one stream of events feeds all of it, so that loading it again shows the same.
 import { clearInjected, clearRuns, prepareCommands, prepareFaults, showInjected, showRuns } from './actions.js';
 import { address, byId, secretsShown, setText, showSecrets } from './dom.js';
-import { prepareTables, refreshTables, showState } from './device.js';
+import { prepareTables, refreshTables, showState, takeCodes } from './device.js';
 import { Sequence } from './sequence.js';
 
 const sequence = new Sequence();
@@ -19,6 +19,7 @@ function connect() {
     showInjected(news.map(({ record }) => record));
     refreshTables();
   });
+  on('codes', takeCodes);
   on('runs', showRuns);
   on('state', showState);
   source.addEventListener('open', () => {
