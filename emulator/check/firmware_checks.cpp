@@ -23,7 +23,7 @@ constexpr const char *kVerifies =
     "The first signed word of the reply is 0 for a good image, else an error number.";
 constexpr const char *kInstalls = "The first word of the reply is 0 when that was accepted.";
 constexpr const char *kTransaction =
-    "Without an open transaction both are refused with a code other than 0, and so is a second one.";
+    "without one both are refused with a code other than 0. So is a second step 2 while one is open.";
 
 // @return whether the image was found good: the call succeeded, and its reply is 0.
 bool _verified(Probe &probe) {
