@@ -75,6 +75,9 @@ int _next_descriptor() {
     return Descriptor(dup(0)).get();
 }
 
+// libcurl declares its two variadic functions with an enumeration before the dots, so theirs have it, too.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wvarargs"
 CURLcode _set_option(CURL * /*curl*/, CURLoption option, ...) {
     va_list arguments;
     va_start(arguments, option);
@@ -98,6 +101,7 @@ CURLcode _get_info(CURL * /*curl*/, CURLINFO info, ...) {
     va_end(arguments);
     return CURLE_OK;
 }
+#pragma GCC diagnostic pop
 
 // An honest server on a bad line: each byte of `pieces` is a size of what comes next, or from 200 on how the
 // transfer ends.

@@ -178,7 +178,7 @@ void make_device_root(const DeviceOptions &options) {
     setenv("CLOUD_FLASH_DIR", kFlashPath, 1);
     setenv("CLOUD_STORE_FILE", "/mnt/store.db", 1);
     setenv("CLOUD_RSA_KEY_FILE", "/mnt/rsa_key.pem", 1);
-    setenv("TMPDIR", "/tmp", 1);
+    unsetenv("TMPDIR");  // a folder of the host, perhaps: /tmp is meant
     // Where the host does not allow it, its own stays: only `ps` shows the difference.
     mount("proc", "/proc", "proc", MS_NOSUID | MS_NODEV | MS_NOEXEC, nullptr);
     if (const char *profile = getenv("GCOV_PREFIX")) {
