@@ -3,17 +3,23 @@ DESCRIPTION = "One-shot command that does one cloud operation through the device
 and prints one integer, and the client library behind it, libkxcc."
 HOMEPAGE = "https://example.org/cloud_msg"
 SECTION = "net"
-# No licence has been granted yet.
+# No licence has been granted yet: LICENSE and LIC_FILES_CHKSUM are the owner's to set.
 LICENSE = "CLOSED"
 
 DEPENDS = "cjson curl"
 
-SRC_URI = "https://example.org/cloud_msg/releases/cloud_msg-${PV}.tar.gz"
+# Unpacked under the recipe's own name, so that S is what every release of the build system takes for granted.
+SRC_URI = "https://example.org/cloud_msg/releases/cloud_msg-${PV}.tar.xz;subdir=${BP};striplevel=1 \
+           file://run-ptest \
+           "
 SRC_URI[sha256sum] = "0000000000000000000000000000000000000000000000000000000000000000"
 
-S = "${WORKDIR}/cloud_msg-${PV}"
+inherit cmake pkgconfig ptest
 
-inherit cmake pkgconfig
+# The reference platform stands in for recipes of the device that bring libwrapper.so and librsa.so. Without it, add
+# those to DEPENDS.
+PACKAGECONFIG ??= ""
+PACKAGECONFIG[reference] = "-DCLOUD_REFERENCE=ON,-DCLOUD_REFERENCE=OFF,mbedtls sqlite3"
 
 EXTRA_OECMAKE = " \
     -DCLOUD_HOST_TOOLS=OFF \
@@ -21,19 +27,15 @@ EXTRA_OECMAKE = " \
     -DCLOUD_LIBRARY=ON \
     -DCLOUD_CURL=dlopen \
     -DCLOUD_CA_FILE=${sysconfdir}/ssl/certs/ca-certificates.crt \
+    -DCLOUD_PLATFORM_DIR=${@os.path.relpath(d.getVar('libdir'), d.getVar('prefix'))}/cloud-msg \
 "
-
-# The reference platform is written for mbedTLS 2.28. Without it, recipes of the device provide libwrapper.so and librsa.so: add them to DEPENDS.
-PACKAGECONFIG ??= ""
-PACKAGECONFIG[reference] = "-DCLOUD_REFERENCE=ON,-DCLOUD_REFERENCE=OFF,mbedtls sqlite3"
 
 PACKAGES =+ "libkxcc"
 FILES:libkxcc = "${libdir}/libkxcc.so.*"
-# The platform's libraries bear no version, and are no links for development: those are of libkxcc alone.
-FILES_SOLIBSDEV = "${libdir}/libkxcc.so"
-FILES:${PN} += "${libdir}/libwrapper.so ${libdir}/librsa.so"
-INSANE_SKIP:${PN} += "dev-so"
+# The reference platform's libraries are the programs' own.
+FILES:${PN} += "${libdir}/cloud-msg"
+PRIVATE_LIBS:${PN} = "libwrapper.so librsa.so"
 # Opened when it is needed, so no tool sees it. It has to have TLS.
-RDEPENDS:${PN} = "libcurl ca-certificates"
+RDEPENDS:${PN} += "libcurl ca-certificates"
 
 BBCLASSEXTEND = "native nativesdk"

@@ -6,8 +6,8 @@
 
 CLOUD_MSG_VERSION = 1.0.0
 CLOUD_MSG_SITE = https://example.org/cloud_msg/releases
-CLOUD_MSG_SOURCE = cloud_msg-$(CLOUD_MSG_VERSION).tar.gz
-# No licence has been granted yet.
+CLOUD_MSG_SOURCE = cloud_msg-$(CLOUD_MSG_VERSION).tar.xz
+# No licence has been granted yet: _LICENSE and _LICENSE_FILES are the owner's to set.
 CLOUD_MSG_LICENSE = PROPRIETARY
 CLOUD_MSG_REDISTRIBUTE = NO
 CLOUD_MSG_INSTALL_STAGING = YES
