@@ -5,11 +5,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-
-/// By their level. The first switches nothing.
-inline constexpr std::array kLogSwitchPaths{"/tmp/log.0", "/tmp/log.1", "/tmp/log.2", "/tmp/log.3",
-                                            "/tmp/log.4"};
+/// By their level. The first switches nothing. Texts in place, so that there are no pointers to relocate.
+inline constexpr char kLogSwitchPaths[][11] = {"/tmp/log.0", "/tmp/log.1", "/tmp/log.2", "/tmp/log.3",
+                                               "/tmp/log.4"};
 
 /// Whether a file is a regular one of root or the own user. Any user can put other things under "/tmp".
 [[nodiscard]] inline bool cloud_isTrusted(const struct stat &status) {

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <string_view>
 
 #include "cloud_secret.h"
@@ -56,7 +57,7 @@ void _write_line(std::string_view line) {
 bool cloud_log_on(LogLevel level) {
     const int saved = errno;
     const auto lowest = static_cast<size_t>(level);
-    size_t at = kLogSwitchPaths.size() - 1;
+    size_t at = std::size(kLogSwitchPaths) - 1;
     while (at >= lowest && !cloud_isSwitchedOn(kLogSwitchPaths[at])) {
         --at;
     }
