@@ -78,7 +78,7 @@ async function unfold(page, pattern) {
 
 before(async () => {
   mkdirSync(shots, { recursive: true });
-  browser = await puppeteer.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--headless=new', '--no-sandbox'], protocolTimeout: 600000 });
+  browser = await puppeteer.launch({ executablePath: process.env.CHROMIUM ?? '/usr/bin/chromium', args: ['--headless=new', '--no-sandbox'], timeout: 180000, protocolTimeout: 600000 });
 });
 
 after(async () => {
