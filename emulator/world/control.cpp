@@ -60,7 +60,7 @@ void _limit_tmp(const json &free) {
     }
 }
 
-// Where the store's records come from changes with its file.
+// Changes with the store's files. The store is read again only then.
 std::string _store_mark() {
     std::string mark;
     for (const char *path : {"/mnt/store.db", "/mnt/store.db-wal"}) {
@@ -158,7 +158,7 @@ json Control::_add_image_rule(json rule) {
     return rule;
 }
 
-// What is no rule. A restart is only asked for here: who runs the device does it.
+// Does what is no rule. A restart is only asked for here: whoever runs the device does it.
 void Control::_act(const json &action) {
     Broker &broker = device_.broker();
     if (action.contains("clear")) {

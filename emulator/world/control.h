@@ -15,7 +15,7 @@ namespace emulator {
 
 class Control {
 public:
-    /// Both must outlive it.
+    /// Device and server must outlive it.
     Control(Device &device, ImageServer &server) : device_(device), server_(server) {}
 
     /// Gets what a command has written since the last call.
@@ -32,7 +32,8 @@ public:
 
     /// Injects a fault: words or an action, see fault.h. Noted in the journal ("injected").
     /// @return the action.
-    /// @throws std::invalid_argument  nothing of the kind is known; std::system_error, it cannot be done.
+    /// @throws std::invalid_argument  no such fault, or a rule that its server refuses.
+    /// @throws std::system_error      it cannot be done.
     json inject(const json &fault);
 
     /// How the device stands:
@@ -42,13 +43,14 @@ public:
     ///   "firmware"  the version that runs              "status"    the firmware status file, or null
     ///   "result"    of the last account command, as "/tmp/cloud.error" has it, or null
     ///   "locks"     [{"command", "path", "held"}] of those that are there
-    ///   "last"      {"argv", "printed", "status"} of the last command that was run from here, or null
+    ///   "last"      {"argv", "printed", "status", "signal"} of the last command of run_command(), or null
     ///   "scripts"   the latest that ran: [{"t", "name", "arguments"}], ten at most
     ///   "tmp_free"  bytes that /tmp still takes        "seq"       the journal's last
     json state();
 
-    /// A scenario that gives the rules that were injected at the same places of a run from the last start of
-    /// the device. What no scenario can hold is told in its "description".
+    /// The device's scenario with the injected rules added. Their "nth" counts from the start of the device,
+    /// so that they strike the same messages in a run from there. Its "description" lists what was injected
+    /// and cannot stand in a scenario.
     [[nodiscard]] json scenario();
 
     [[nodiscard]] Device &device() { return device_; }

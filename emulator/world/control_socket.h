@@ -1,13 +1,15 @@
 // Joins a running device from another process: one JSON object a line over a UNIX socket in the abstract
-// namespace, "extender/NAME", which is seen from inside of the device and from the host alike. Only the own
-// user is heard, and only a device of the own user is spoken to.
+// namespace, "extender/NAME", which is seen from inside of the device and from the host alike. Both ends
+// refuse a peer of another user.
+//
 //   {"do": "exec", "argv": [...], "term": TERM}, with descriptors for standard input, output and error
-//        {"signal": n} may follow;          answer {"status": n}; an end of the connection hangs up on the
-//        command
+//        {"signal": n} may follow; the answer, when the command has ended, is {"status": n}. When the
+//        connection ends before, the command gets SIGHUP, and SIGKILL two seconds later.
 //   {"do": "inject", "fault": ...}          answer {"action": ...}; see Control::inject
 //   {"do": "state"}, {"do": "scenario"}     answer: that object
-//   {"do": "journal", "after": seq, "follow": true}   its lines; follow: until the device ends
-// What cannot be done is answered by {"error": text}.
+//   {"do": "journal", "after": seq, "follow": true}   answer: its lines; with follow until the device ends
+//
+// A request that fails is answered by {"error": text}.
 #pragma once
 
 #include <atomic>
@@ -24,13 +26,13 @@ namespace emulator {
 
 class ControlSocket {
 public:
-    /// @param name  of the device; "": the first of "1", "2", ... that is free. Commands on the device find
-    /// it in
-    ///     EXTENDER_DEVICE.
+    /// Listens at once, and puts the name into EXTENDER_DEVICE for commands on the device.
+    /// @param control  must outlive it.
+    /// @param name     of the device; "": the first of "1", "2", ... that is free.
     /// @throws std::runtime_error  the name is taken.
     explicit ControlSocket(Control &control, const std::string &name = "");
-    ~ControlSocket();  ///< Followers get the rest of the journal; commands that were begun from here are
-                       ///< ended.
+    /// Followers get the rest of the journal; commands that were begun from here are ended.
+    ~ControlSocket();
     ControlSocket(const ControlSocket &) = delete;
     ControlSocket &operator=(const ControlSocket &) = delete;
 
@@ -56,16 +58,19 @@ private:
     std::thread acceptor_;
 };
 
-/// The other end: a connection to a device that runs.
+/// Connects to a device that runs.
 /// @param name  "": the one of EXTENDER_DEVICE, or the only one that runs.
-/// @throws std::runtime_error  there is none, or more than one, or it is somebody else's.
+/// @return the connection, which is the caller's.
+/// @throws std::runtime_error  there is none, or more than one, or it is another user's.
 [[nodiscard]] Descriptor join_device(const std::string &name);
 
-/// Sends a request. @param stdio  whether this process's standard descriptors go with it.
+/// Sends a request. A device that has ended shows with the answer.
+/// @param stdio  whether this process's standard descriptors go with it.
+/// @throws std::system_error  the descriptors cannot be sent.
 void send_request(const Descriptor &device, const json &request, bool stdio = false);
 
-/// The answer to a request.
-/// @throws std::runtime_error  it is an error, or there is none.
+/// Waits for the answer to a request: one line.
+/// @throws std::runtime_error  it is an error, or no JSON, or the connection has ended.
 [[nodiscard]] json read_answer(const Descriptor &device);
 
 }  // namespace emulator

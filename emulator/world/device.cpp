@@ -74,8 +74,8 @@ bool _orphans() {
     return false;
 }
 
-// The version text of the image in the flash, as the platform's image format has it: 128 bytes from the
-// 16th on, NUL-padded. Without an image the device runs what it was made with.
+// The version text of the image in the flash, as the platform's image format has it: 128 bytes at offset 16,
+// NUL-padded. Without an image the device runs what it was made with.
 std::string _software_version() {
     constexpr int kOffset = 16;
     std::array<char, 129> version{};

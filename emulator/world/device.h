@@ -23,10 +23,14 @@ inline constexpr const char *kSoftwareVersion = "1.0.3 Build 20200923 Rel.36519\
 
 class Device {
 public:
-    /// Fresh /tmp with "device.info" and "softinfo", empty flash, neighbours started.
-    /// @param scenario  rules of the broker, and "kmpd" (docs/emulator.md; "image" is for extender).
+    /// Fresh /tmp with "device.info" and "softinfo", empty flash (unless that is a folder of the host),
+    /// neighbours started.
+    /// @param scenario  start values and rules of the broker, and "kmpd" (docs/emulator.md). "image" is not
+    ///     used here: see make_image_server().
     /// @param cloud     changes to the built-in model of the cloud.
     /// @param sink      file that gets the journal's lines, or null; stays the caller's.
+    /// @throws std::invalid_argument  a name or a value that no scenario or model has.
+    /// @throws std::system_error      a file or a socket cannot be had.
     explicit Device(json scenario = json::object(), json cloud = json::object(), std::FILE *sink = nullptr);
     ~Device();
     Device(const Device &) = delete;
@@ -36,34 +40,41 @@ public:
     /// ended too (see settle), and records it. "cloud_msg" as argv[0] stands
     /// for the program under test: CLOUD_MSG_COMMAND of the environment, split at blanks, if
     /// set ("qemu-mips -L root path/cloud_msg"), else the one beside this executable.
+    /// @throws std::system_error   it cannot be started.
+    /// @throws std::runtime_error  the watchdog ended it.
     Run run(std::vector<std::string> argv, const RunOptions &options = {});
+    /// The same for the program under test; the arguments come without its name.
     Run cloud_msg(std::vector<std::string> args, const RunOptions &options = {});
 
-    /// Starts a program in the background.
+    /// Starts a program in the background; "cloud_msg" as in run(). The journal does not have it.
+    /// @throws std::system_error  it cannot be started.
     [[nodiscard]] Process start(std::vector<std::string> argv, const RunOptions &options = {});
 
     /// Waits until no process is left over from programs that have ended ("dropbreload &"), and
-    /// takes in what they reported. Gives up silently at the limit.
+    /// takes in what they reported. Returns at the limit, whether or not some still run.
     void settle(std::chrono::milliseconds limit = std::chrono::seconds(10));
 
-    /// The text as cipher, as the device's web interface would make it.
+    /// The text as cipher, as the device's web interface would make it, by `cloud_rsa encrypt`.
+    /// @throws std::runtime_error  cloud_rsa fails.
     [[nodiscard]] std::string encrypt(std::string_view text);
 
     /// A record of the configuration store ("account", ...), by `cloud_store get`.
+    /// @throws std::runtime_error  cloud_store fails.
     [[nodiscard]] json store(const std::string &name);
 
-    /// Back to the state that the constructor made; the journal is emptied.
+    /// Back to the state that the constructor made. The journal is emptied; its "seq" goes on.
     void reset();
 
     /// Whether the platform has installed an image and asks for a restart.
     [[nodiscard]] static bool restart_due();
 
-    /// Starts the device anew: all its processes end (those of this emulator do not count), /tmp is new,
+    /// Starts the device anew: all its processes end (see end_other_processes), /tmp is new,
     /// "softinfo" names the version of the image in the flash. The cloud, the broker's mode and the
     /// journal go on; a record {"kind": "restart", "version"} is added.
     void restart();
 
-    /// Asks for one as the platform does; whoever runs the device does it.
+    /// Asks for a restart as the platform does; whoever runs the device does it.
+    /// @throws std::system_error  the flash cannot be written.
     static void ask_for_restart();
 
     /// While it is held there is no restart and no reset: broker and cloud stay.
@@ -86,7 +97,7 @@ private:
     const json scenario_;
     const json model_;
     Journal journal_;
-    std::mutex neighbours_;
+    std::mutex neighbours_;  // see hold(); cloud_, broker_ and kmpd_ are replaced under it
     std::unique_ptr<Cloud> cloud_;
     std::unique_ptr<Broker> broker_;
     std::unique_ptr<Kmpd> kmpd_;
@@ -98,7 +109,7 @@ private:
     std::thread collector_;
 };
 
-/// Tells when a restart is due without looking again and again.
+/// Reports by a descriptor when a restart is due.
 class RestartWatch {
 public:
     /// @throws std::system_error  the flash cannot be watched.

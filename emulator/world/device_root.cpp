@@ -27,7 +27,7 @@ std::set<std::string> g_kept_in_tmp;  // names in /tmp that belong to the host
 bool g_flash_is_private = true;
 std::string g_profile;  // where programs that measure their own coverage write; "" for most
 
-// A clone of the repository below the host's /tmp, say, must work on the device as well: the
+// A clone of the repository below the host's /tmp, for example, must work on the device as well: the
 // top-level folders of such paths are kept at their place.
 std::set<std::string> _kept_below(const fs::path &root, const DeviceOptions &options) {
     std::vector<std::string> paths = options.keep;

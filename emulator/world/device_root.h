@@ -1,4 +1,4 @@
-// What a device sees as its files: its own /tmp, /mnt, /dev and /usr/bin, the host's everything else.
+// The files that a device sees: its own /tmp, /mnt, /dev and /usr/bin; everything else is the host's.
 #pragma once
 
 #include <string>
@@ -11,11 +11,13 @@ struct DeviceOptions {
     std::vector<std::string> keep;  ///< host paths that must stay readable if they lie below /tmp or /mnt
 };
 
-/// Makes the root, in a mount namespace of its own, and the environment that goes with it.
+/// Makes the root, in the mount namespace of the calling process, and sets the environment of the device's
+/// programs: PATH, CLOUD_FLASH_DIR, CLOUD_STORE_FILE, CLOUD_RSA_KEY_FILE.
 /// @throws std::system_error  a mount or a file cannot be had.
 void make_device_root(const DeviceOptions &options);
 
 /// Makes the device's /tmp empty; host folders that had to be kept in it stay.
+/// @throws std::system_error  something in it cannot be removed.
 void clear_tmp();
 
 /// Makes the device's flash empty, unless it is a folder of the host.

@@ -13,7 +13,8 @@
 namespace emulator {
 namespace {
 
-// In the actions N stands for the number that was given, "%N" for a share.
+// In the words and the actions N stands for the number that is given. Where a share is given ("40%"),
+// _action_of puts it into the action as a text.
 struct Fault {
     const char *words;
     bool number;

@@ -12,8 +12,8 @@ namespace emulator {
 inline constexpr const char *kStatusPath = "/tmp/cloud.info";
 inline constexpr const char *kNewVersion = "1.0.7 Build 20210611 Rel.51820";
 
-/// Has the cloud offer an image of a version as its only firmware. The server has it made, by `cloud_image`,
-/// when it is first asked for.
+/// Has the cloud offer an image of a version as its only firmware. The image is made by `cloud_image` when
+/// the server is first asked for it; when that fails, the journal gets a "scenario_error".
 void offer_firmware(Device &device, ImageServer &server, const std::string &version, size_t payloadBytes);
 
 /// Makes the status file as the web interface does.

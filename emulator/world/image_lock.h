@@ -14,10 +14,11 @@ struct ImageLock {
     bool held = false;  ///< a process has it open; false of a file that is there: it was left over
 };
 
-/// Both locks as they stand now. Looks at every process that may be looked at, so not for each frame.
+/// Both locks as they stand now. Where one is there, this reads the descriptors of every process: too slow
+/// for each frame of a drawing.
 [[nodiscard]] std::vector<ImageLock> image_locks();
 
-/// What to tell of a lock that was left over: "..." with the command that removes it.
+/// A sentence for people on a lock that was left over, with the command that removes it.
 [[nodiscard]] std::string left_over(const ImageLock &lock);
 
 }  // namespace emulator

@@ -35,7 +35,7 @@ TlsFiles _make_certificate() {
     return files;
 }
 
-// Lays a longer list over the host's, for this device's eyes only.
+// Mounts a longer list over the host's, in this device's namespace only.
 void _trust(const std::string &certificate) {
     const std::string list = std::string(kPrivateFolder) + "/authorities.crt";
     std::ofstream(list) << std::ifstream(kAuthorities).rdbuf() << std::ifstream(certificate).rdbuf();

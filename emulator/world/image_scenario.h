@@ -1,7 +1,7 @@
 // The image server of a device that is used by hand, as the scenario's "image" wants it:
 //   {"rules": [...], "tls": true, "trusted": false}
-// rules: as in image_server.h. tls: HTTPS, by a certificate that an authority of its own made.
-// trusted: whether the device trusts that authority (default).
+// rules: as in image_server.h. tls: HTTPS, with a new certificate that is its own authority.
+// trusted: whether the device trusts it; true when left out.
 #pragma once
 
 #include <memory>
@@ -10,8 +10,8 @@
 
 namespace emulator {
 
-/// Makes the server, and the device trust it: its file of authorities gets one more, the host's stays as
-/// it is. Call it once in a device.
+/// Makes the server. Where the device is to trust it, its file of authorities gets one more; the host's file
+/// stays as it is. Call it once in a device. The journal must outlive the server.
 /// @param image  the scenario's member; an empty object: HTTP, and slow enough to watch.
 /// @throws std::invalid_argument  a name or a value that "image" or its rules do not have;
 ///     std::runtime_error or std::system_error, no server or no certificate is to be had.

@@ -3,16 +3,17 @@
 // process 1 of the device, makes the mounts and reaps orphans; the third, its child, is the
 // program itself, in which enter_device() returns. When it ends, the kernel ends whatever
 // still runs in the device and drops every mount. /tmp, /mnt, /dev and /usr/bin are the device's own and go
-// with it; everything else of the host is there to be read only, but for the folder given as flash. That
-// guards against accidents: a command that is out to undo the mounts can do so.
+// with it. Everything else of the host is read-only, but for the folder given as flash and the one that
+// GCOV_PREFIX names. That guards against accidents: a command that wants to undo the mounts can do so.
 #pragma once
 
 #include "device_root.h"
 
 namespace emulator {
 
-/// The first half of enter_device(): returns only in the process in which that will return, while it still
-/// sees the host's files. What can be read once (a pipe) or is to be opened once belongs between the two.
+/// The first half of enter_device(): makes the namespaces, but not yet the mounts. Returns only in process 1
+/// of the device, which still sees the host's files. What can be read only once (a pipe) or is to be opened
+/// only once belongs between the two calls.
 void split_off();
 
 /// Enters the device. Call it first thing in main(), before any thread exists: main() is run

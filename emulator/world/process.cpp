@@ -73,7 +73,7 @@ Process::Process(std::vector<std::string> argv, const RunOptions &options)
     posix_spawn_file_actions_adddup2(&actions, err_.get(), 2);
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
-    // As from a shell: a server's thread that starts a program has its own reasons for what it blocks.
+    // As from a shell: what the calling thread blocks (a server's, SIGPIPE) is not for the program.
     sigset_t none;
     sigemptyset(&none);
     posix_spawnattr_setsigmask(&attributes, &none);

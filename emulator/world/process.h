@@ -14,7 +14,7 @@
 namespace emulator {
 
 struct RunOptions {
-    std::vector<std::pair<std::string, std::string>> environment;  ///< added to the device's; name, value
+    std::vector<std::pair<std::string, std::string>> environment;  ///< added to this process's: name, value
     std::string input;                                             ///< what stands on standard input
     std::chrono::milliseconds watchdog = kWatchdog;
 };
@@ -40,9 +40,9 @@ public:
     [[nodiscard]] bool running();
     [[nodiscard]] std::string out() const;  ///< what it has written up to now
     [[nodiscard]] std::string err() const;
-    void kill(int signal);  ///< to the process itself
+    void kill(int signal);  ///< to the process itself; nothing after wait()
 
-    /// Waits for its end.
+    /// Waits for its end; a later call returns the same.
     /// @throws std::runtime_error  watchdog: the group was killed; the text has the output.
     Run wait();
 

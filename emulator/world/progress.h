@@ -16,6 +16,7 @@ namespace emulator {
 /// state and each tenth instead.
 class ProgressBar {
 public:
+    /// @param out  std::cout or std::cerr; must outlive it.
     explicit ProgressBar(std::ostream &out);
     ~ProgressBar();
     ProgressBar(const ProgressBar &) = delete;
@@ -28,7 +29,7 @@ public:
     [[nodiscard]] std::string await_end() const;
 
 private:
-    // Each change of the status file makes a new file of it, or is written over it.
+    // Inode and time: a change of the status file replaces it or is written over it.
     using FileMark = std::array<int64_t, 3>;
 
     [[nodiscard]] static FileMark _mark();
