@@ -25,7 +25,7 @@ void _put_body(json &record, const std::string &body) {
     }
 }
 
-// The bytes of a reply after the faults that the scenario wants in it.
+// The bytes of a reply with the scenario's faults in them.
 std::string _faulty_frame(int type, const std::string &body, const json &effects) {
     if (effects.contains("garbage")) {
         return effects.at("garbage");
@@ -173,7 +173,7 @@ void Broker::_handle(Connection &connection, const ClientMessage &message) {
     }
     const json reply = answers_.reply(message, effects);
     if (!reply.is_null() || effects.contains("body") || effects.contains("close")) {
-        const bool numbered = message.type == kAccept;  // its own reply, as it were
+        const bool numbered = message.type == kAccept;  // the greeting has type 16 itself
         _deliver(connection, message.type + (numbered ? 0 : 1), effects.value("body", dump(reply)), effects);
     }
     if (message.type == kRegister && reply.value("errorcode", -1) == 0) {

@@ -25,15 +25,16 @@ inline constexpr const char *kBrokerPath = "/tmp/cloud-brd";
 
 class Broker {
 public:
-    /// Listens at once, unless the scenario says "listening": false.
-    /// @throws std::system_error  the socket cannot be had; std::invalid_argument, see set_rules.
+    /// Listens at once, unless the scenario says "listening": false. Journal and cloud must outlive it.
+    /// @throws std::system_error      the socket cannot be had.
+    /// @throws std::invalid_argument  see set_rules.
     Broker(Journal &journal, Cloud &cloud, const json &scenario = json::object(),
            std::string path = kBrokerPath);
     ~Broker();
     Broker(const Broker &) = delete;
     Broker &operator=(const Broker &) = delete;
 
-    void start();  ///< Listens; nothing when it does already.
+    void start();  ///< Listens; nothing when it does already. @throws std::system_error
     void stop();   ///< Closes socket and connections at once, and joins the threads.
 
     /// See BrokerRules::replace.
@@ -82,7 +83,7 @@ private:
     Descriptor listening_;
     int next_connection_ = 1;
     std::list<Peer> connections_;
-    std::thread acceptor_;
+    std::thread acceptor_;  // stop() joins it without the mutex
 };
 
 }  // namespace emulator

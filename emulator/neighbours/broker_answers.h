@@ -15,6 +15,7 @@ namespace emulator {
 
 class BrokerAnswers {
 public:
+    /// Journal and cloud must outlive it.
     /// @param scenario  its start values: logic, link, first_id, pending, reconnect_polls, reconnect_ms.
     BrokerAnswers(Journal &journal, Cloud &cloud, const json &scenario);
 
@@ -28,7 +29,7 @@ public:
     /// @return the cloud's answer to the last greeting that a client gave.
     [[nodiscard]] std::string hello_answer();
 
-    void forget_requests();  ///< As a broker that starts anew: their ids are unknown.
+    void forget_requests();  ///< As a broker that starts anew: their ids are unknown then.
 
     [[nodiscard]] int logic() const;
     void set_logic(int value);

@@ -24,7 +24,7 @@ struct ClientMessage {
 
 class BrokerRules {
 public:
-    /// Puts others in their place; counters of nth begin anew.
+    /// Replaces all rules; counters of nth begin anew.
     /// @throws std::invalid_argument  a rule has a name or a value that no rule has.
     void replace(const json &rules);
 
@@ -33,8 +33,9 @@ public:
     /// @throws std::invalid_argument  as replace().
     json add(const json &rule);
 
-    /// Counts the message. @return what the rules that fit it want, an object; later rules outdo earlier
-    /// ones.
+    /// Counts the message.
+    /// @return the members of "do" of all rules that fit it, in one object; later rules replace members of
+    ///     earlier ones.
     [[nodiscard]] json effects(const ClientMessage &message);
 
 private:

@@ -97,8 +97,7 @@ ImageServer::ImageServer(Journal &journal, const TlsFiles &tls)
         }
         response.status = kBroken;
     });
-    // The library refuses a range that makes no sense before it asks anybody. Here it is answered all the
-    // same.
+    // The library refuses a malformed range before it calls the handler above. Here it is answered.
     server_.library().set_error_handler(Handler([this](const auto &request, auto &response) {
         if (!response.content_provider_ && response.status == kBadRange) {
             _answer(request, response);
@@ -217,7 +216,7 @@ void ImageServer::_answer(const httplib::Request &request, httplib::Response &re
     if (faults.contains("length")) {
         response.set_header("Connection", "close");
     }
-    // A provider that knows no length sends what it likes, whatever length was told above.
+    // A provider without a length may send less or more than the Content-Length above.
     response.set_content_provider(
         "application/octet-stream",
         [this, answer](size_t /*offset*/, httplib::DataSink &sink) { return _send_body(*answer, sink); },

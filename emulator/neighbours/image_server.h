@@ -1,12 +1,11 @@
-// The server that firmware images are fetched from: HTTP or HTTPS on loopback, a port of its own
-// choice, ranges, redirects, and faults by script. cpp-httplib speaks HTTP; what is said, and how badly, is
-// decided here.
+// The server that firmware images are fetched from: HTTP or HTTPS on loopback, on a free port, with ranges,
+// redirects and scripted faults. cpp-httplib speaks HTTP; this decides on statuses, headers, bodies and faults.
 //
 // Rules are a JSON array, like those of a scenario; the first one that fits a request holds:
 //   {"path": "/fw.bin", "method": "GET", "nth": 2, "do": {...}}
 // path, method: when left out, any. nth: only the nth request that the rest fits, or every one.
 // Members of "do":
-//   status      answer with this code and a short body (404, 500, ...)
+//   status      answer with this code; from 300 on with a short body in place of the content
 //   location    with status 301, 302, 303, 307 or 308: where to
 //   length      the Content-Length told instead of the true one; null: none is told
 //   ranges      false: ranges are ignored, the whole content is sent
@@ -41,7 +40,8 @@ namespace emulator {
 
 class ImageServer {
 public:
-    /// Listens at once. @throws std::runtime_error  no socket, or unusable TLS files.
+    /// Listens at once. The journal must outlive it.
+    /// @throws std::runtime_error  no socket, or unusable TLS files.
     explicit ImageServer(Journal &journal, const TlsFiles &tls = {});
     ~ImageServer();
     ImageServer(const ImageServer &) = delete;
@@ -53,7 +53,8 @@ public:
     /// Puts content at a path ("/fw.bin"), replacing what was there.
     void put(const std::string &path, std::string content);
 
-    /// The same with content that is made, once, when it is first asked for, in a thread of the server's.
+    /// The same with content that is made once: when it is first asked for, in a thread of the server's, or
+    /// by largest().
     void put_later(const std::string &path, std::function<std::string()> make);
 
     /// Replaces the rules; counters of nth begin anew.
@@ -63,7 +64,7 @@ public:
     /// Adds a rule that holds before all others; its nth counts from now on.
     /// @throws std::invalid_argument  see set_rules.
     void add_rule(const json &rule);
-    /// Takes away what was added.
+    /// Takes away what add_rule() has added.
     void clear_added_rules();
 
     /// Ends every transfer that is at work.

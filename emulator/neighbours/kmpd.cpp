@@ -100,7 +100,6 @@ void Kmpd::_serve() {
         record["faults"] = check_datagram(datagram, big_endian_);
         journal_.add("datagram", record);
         if (reply_ != KmpdReply::kSilent) {
-            // Answers are longer than the datagrams where they should be oversize.
             const std::string answer(reply_ == KmpdReply::kOversize ? 2 * kDatagramSize : kDatagramSize, 'k');
             sendto(fd_.get(), answer.data(), answer.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
                    reinterpret_cast<const sockaddr *>(&from), fromSize);

@@ -20,11 +20,14 @@ inline constexpr size_t kDatagramSize = 10360;
 /// @param bigEndian  byte order of the program that sent it.
 [[nodiscard]] std::vector<std::string> check_datagram(std::string_view datagram, bool bigEndian);
 
-/// How it reacts to a datagram.
+/// How it answers a datagram: with one of kDatagramSize bytes, not at all, with one of twice as many.
 enum class KmpdReply { kAnswer, kSilent, kOversize };
 
 class Kmpd {
 public:
+    /// Serves at once, from a thread of its own. The journal must outlive it.
+    /// @param bigEndian  byte order of the programs that send to it.
+    /// @throws std::system_error  the socket cannot be had.
     Kmpd(Journal &journal, KmpdReply reply, bool bigEndian, std::string path = kKmpdPath);
     ~Kmpd();
     Kmpd(const Kmpd &) = delete;

@@ -1,6 +1,6 @@
-// A broker that says what another one has said: each connection is the next one of a record, each message of
-// a client is looked for in it, and is answered as it was then. What a client asks differently is noticed; it
-// gets the answer to the nearest message of the same type and method.
+// A broker that answers as a record has it: each connection is the next one of the record, each message of a
+// client is looked for in it, and is answered as it was then. A message that differs is counted; it gets the
+// answer to the nearest message of the same type and method, or an error where there is none.
 #pragma once
 
 #include <list>
@@ -25,21 +25,21 @@ public:
         bool fast = false;  ///< answers at once; "not yet" only where nothing else ever came
         std::string path;   ///< of the socket
     };
-    /// Listens at once.
+    /// Listens at once. The journal must outlive it.
     /// @throws std::system_error  the socket cannot be had.
     Replay(Journal &journal, std::vector<Conversation> record, Options options);
     ~Replay();
     Replay(const Replay &) = delete;
     Replay &operator=(const Replay &) = delete;
 
-    /// The first difference, and how many there are. Ends the broker: what was not asked until now is one as
-    /// well.
+    /// The first difference, and how many there are.
     struct Verdict {
         std::optional<Difference> first;
         int connection = 0;  ///< of the record, 0 for one that it does not have
         int seq = 0;         ///< the record's line
         int count = 0;
     };
+    /// Ends the broker. What the record has and nobody asked for counts as a difference as well.
     [[nodiscard]] Verdict finish();
 
 private:
@@ -72,7 +72,7 @@ private:
     Verdict verdict_;
     std::vector<std::vector<bool>> used_;  // turns of the record
     std::map<int, int> requests_;          // of the record, by the id that was given now
-    std::map<int, size_t> polled_;         // so often, by request
+    std::map<int, size_t> polled_;         // answers given to polls, by request
     int next_id_ = 1;
     std::list<Peer> connections_;
 };

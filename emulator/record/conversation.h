@@ -41,8 +41,9 @@ struct Conversation {
 /// @param records  of a journal, in order; other kinds than those of the broker are passed over.
 [[nodiscard]] std::vector<Conversation> conversations(const std::vector<json> &records);
 
-/// Whether a message asks the cloud; whether an answer to a poll says that there is none yet.
+/// Whether a message of that type submits a request to the cloud.
 [[nodiscard]] bool is_submit(int type);
+/// Whether an answer to a poll says that the cloud has not answered yet.
 [[nodiscard]] bool is_pending(const Spoken &answer);
 
 /// The method of the request in a body of a submit; "" where there is none.

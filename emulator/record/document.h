@@ -1,6 +1,6 @@
 // Documents that people write for the device: a scenario, changes to the cloud's model. What is misspelt
-// or of a wrong kind is refused when it is read: such a fault would be no fault, and the test that scripts
-// it could not fail.
+// or of a wrong kind is refused when it is read. Otherwise a misspelt fault would do nothing, and a test that
+// scripts it would pass.
 #pragma once
 
 #include <span>

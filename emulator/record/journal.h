@@ -1,5 +1,5 @@
 // What happened on the device, as a list of JSON objects in order. Each has "seq" (from 1), "t" (seconds
-// since the journal's begin, microseconds in it) and "kind"; journal(5) lists the kinds and their members.
+// since the journal was made, to the microsecond) and "kind"; journal(5) lists the kinds and their members.
 // Safe for several threads.
 #pragma once
 
@@ -33,14 +33,14 @@ public:
     using Predicate = std::function<bool(const json &)>;
 
     /// @param sink  open file that gets each record as one line, or null; stays the caller's. When it cannot
-    ///     be written, standard error is told so, once.
+    ///     be written, one line on standard error says so, and it gets nothing more.
     explicit Journal(std::FILE *sink = nullptr) : sink_(sink) {}
 
     /// Appends a record {"seq", "t", "kind", members of fields...}.
     void add(std::string_view kind, const json &fields);
 
-    /// Adds a record of kind "scenario_error", and tells standard error as well: what was scripted did not
-    /// happen.
+    /// Adds a record of kind "scenario_error", and writes it to standard error as well: what was scripted did
+    /// not happen.
     void add_scenario_error(const json &fields);
 
     // The following see what is in memory.
@@ -64,6 +64,7 @@ public:
     /// One JSON object a line. Bytes that are no UTF-8 show as U+FFFD.
     [[nodiscard]] std::string text() const;
 
+    /// Empties the memory; "seq", "t" and the file go on.
     void clear();
 
 private:

@@ -14,9 +14,8 @@ namespace emulator {
 class JournalReader {
 public:
     /// @param path    "-": standard input.
-    /// @param follow  at the end of a file, wait for more. Pipes and sockets are read to their end either
-    /// way.
-    /// @throws std::system_error  it does not open.
+    /// @param follow  at the end of a file, wait for more. Pipes and sockets are always read to their end.
+    /// @throws std::system_error  it does not open, or cannot be followed.
     explicit JournalReader(const std::string &path, bool follow = false);
     explicit JournalReader(Descriptor input) : input_(std::move(input)) {}
 
@@ -41,7 +40,7 @@ private:
     int foreign_ = 0;
 };
 
-/// All records of a journal. @throws std::system_error
+/// All records of a journal. @throws std::system_error  it cannot be read.
 [[nodiscard]] std::vector<json> read_journal(const std::string &path);
 
 }  // namespace emulator

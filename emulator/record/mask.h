@@ -1,6 +1,6 @@
-// A journal that may be given away: what secret.h knows becomes pseudonyms, the same for the same value from
-// the first line to the last; bytes that are no message become as many others; and what may be a secret for
-// all that is known here is named.
+// A journal that may be given away. The values of the members in secret.h, and mail addresses, become
+// pseudonyms, the same for the same value from the first line to the last. Bytes that are no JSON are
+// replaced by as many others. report() names the members whose texts were kept and may be secret.
 #pragma once
 
 #include <map>
@@ -14,14 +14,15 @@ namespace emulator {
 
 class Mask {
 public:
-    /// Looks through the whole journal: a password is masked in a line before the message that tells it is
-    /// one.
+    /// Looks through the whole journal first: a password may stand in a line before the message that shows
+    /// that it is one.
     explicit Mask(const std::vector<json> &records);
 
     /// The record's line, masked, without a newline.
     [[nodiscard]] std::string line(json record);
 
-    /// What was masked, what was not, and what was taken out, in a few lines for people; of the lines so far.
+    /// For people, in a few lines: how many secrets the journal has, and what line() has kept and taken out
+    /// so far.
     [[nodiscard]] std::string report() const;
 
 private:

@@ -1,6 +1,6 @@
-// Says whether a message is the one of a record. What differs from device to device and from run to run is no
-// difference as long as it stays the same: ids of the device, and whatever a pseudonym stands for. The first
-// meeting tells what now stands for it; answers of the record are told with that.
+// Says whether a message is the one of a record. Ids of the device, and what a pseudonym stands for, may
+// differ from the record, but then by the same value in all messages: the one that comes first. Answers of
+// the record are translated to it.
 #pragma once
 
 #include <map>
@@ -20,6 +20,7 @@ struct Difference {
 
 class Matcher {
 public:
+    /// Compares two bodies, and remembers what now stands for the record's ids and pseudonyms.
     /// @return nothing when they are the same.
     [[nodiscard]] std::optional<Difference> compare(int type, const std::string &then, int typeNow,
                                                     const std::string &now);

@@ -26,13 +26,15 @@ struct LineMeaning {
 
 /// Which step the lines of a module come from.
 struct ModuleMeaning {
-    std::string_view name;  ///< begins the source's name, after "src/"
+    std::string_view name;  ///< begins the source's name, which console lines have after "src/"
     std::string_view step;
 };
 
+// The tables, in the order of docs/codes.md; they live as long as the program.
 [[nodiscard]] std::span<const CodeMeaning> code_meanings();
 [[nodiscard]] std::span<const LineMeaning> line_meanings();
 [[nodiscard]] std::span<const ModuleMeaning> module_meanings();
+/// The place for people: "printed", "cloud", ...
 [[nodiscard]] std::string_view place_text(Place place);
 
 /// Whether a console line holds the text of a row, with anything in the place of its conversions.

@@ -1,5 +1,5 @@
-// Which members of messages hold what is nobody else's business, and the pseudonyms that stand for it in a
-// journal that is given away. docs/emulator.md has the same table.
+// Which members of messages hold secrets, and the pseudonyms that stand for them in a journal that is given
+// away. docs/emulator.md has the same table.
 #pragma once
 
 #include <array>
@@ -54,7 +54,7 @@ struct FoundPseudonym {
     size_t size;
 };
 
-/// The first one in the text.
+/// The first pseudonym in the text, of any kind and number; none where there is none.
 [[nodiscard]] std::optional<FoundPseudonym> find_pseudonym(std::string_view text);
 
 }  // namespace emulator

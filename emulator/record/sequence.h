@@ -45,7 +45,7 @@ private:
 /// A text on one line, safe for a terminal: control characters and what is no UTF-8 are replaced.
 [[nodiscard]] std::string printable(const std::string &text);
 
-/// What a text holds, if it is JSON: with texts in it that are JSON themselves unfolded. Else the text.
+/// The object or list that a text holds, with texts in it that hold one replaced by that; else the text.
 [[nodiscard]] json unfolded(const std::string &text);
 
 /// The bytes of a message's record as they went over the socket; "" where the record does not have them.

@@ -10,17 +10,19 @@
 
 namespace emulator {
 
-/// Fills the buffer. @return false at an end before that: the buffer then has what came.
+/// Fills the buffer to its size.
+/// @return false at an end or an error before that; the buffer then holds what came.
 [[nodiscard]] bool read_all(int fd, std::string &buffer);
 
-/// Writes to a socket; a peer that is gone is left to the next read.
+/// Writes all bytes to a socket. Errors are not reported: that a peer is gone shows at the next read.
 void write_all(int fd, std::string_view bytes);
 
+/// A path that does not fit (107 bytes) is cut.
 [[nodiscard]] sockaddr_un socket_address(std::string_view path);
 
 /// A close-on-exec socket bound to the path, in place of whatever stands there.
 /// @param type  SOCK_STREAM or SOCK_DGRAM, and SOCK_NONBLOCK if wanted.
-/// @throws std::system_error
+/// @throws std::system_error  it cannot be made or bound; the text names the path.
 [[nodiscard]] Descriptor bound_socket(int type, const std::string &path);
 
 }  // namespace emulator

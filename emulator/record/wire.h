@@ -44,7 +44,9 @@ inline constexpr std::array kFromClient{kAccept, kRegister, kSubmit, kPoll,     
 /// A big-endian number of any size.
 [[nodiscard]] size_t decode_number(std::string_view bytes);
 
+/// @throws std::invalid_argument  two characters are no hexadecimal number. A last single one is passed over.
 [[nodiscard]] std::string from_hex(const std::string &hex);
+/// Two capital digits a byte.
 [[nodiscard]] std::string to_hex(std::string_view bytes);
 
 }  // namespace emulator
