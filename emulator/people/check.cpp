@@ -1,4 +1,4 @@
-// extender check: holds a part that somebody else wrote against the sentences of its page.
+// extender check: checks a part that somebody else wrote against the sentences of its page.
 #include <unistd.h>
 
 #include <cerrno>

@@ -1,5 +1,7 @@
-// The commands of extender, a source each. Each of these adds its command to the program: its options, and a
-// callback that does the work and sets the exit status.
+// The commands of extender, each in a source of its name, but sweep in sweep_command.cpp, and exec, inject
+// and state in join.cpp. Each function adds its command to the program: its options, and a callback that does
+// the work and sets the exit status. The status must outlive the parser's run; what a callback throws ends
+// the program with kNoDevice.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -60,7 +60,7 @@ Run _until_restart(Device &device, const Words &argv) {
     Process update = device.start(argv);
     {
         const ProgressBar bar(std::cout);
-        // The restart takes the program down in an instant: it may say first what it has to say.
+        // The restart kills the program: its last console line is waited for.
         static_cast<void>(device.journal().wait_for(has(_console(kVerified))));
         device.await_restart();
     }

@@ -1,4 +1,4 @@
-// The emulated device as a program: run a command on it, use it by hand, or watch its life.
+// The emulated device as a program: finds the command among those of commands.h and runs it.
 #include <algorithm>
 #include <exception>
 #include <iostream>
@@ -50,7 +50,7 @@ std::vector<std::string> _options(const CLI::App &app) {
     return names;
 }
 
-// The parser itself blames what follows a word that it does not know.
+// The parser's own message names what follows a word that it does not know, not the word.
 bool _has_wrong_word(const CLI::App &app, std::span<char *const> words) {
     const CLI::App *command = &app;
     for (const std::string word : words) {

@@ -1,4 +1,4 @@
-// extender exec, extender inject: a running device, joined from another terminal.
+// extender exec, extender inject, extender state: a running device, joined from another terminal.
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>

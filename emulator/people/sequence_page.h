@@ -9,7 +9,9 @@
 
 namespace emulator {
 
+/// Writes the page of a journal, which is read to its end. Failures to write show in the stream's state.
 /// @param title  for example the journal's path.
+/// @throws std::system_error  the journal cannot be read.
 void write_page(std::ostream &out, JournalReader &journal, const std::string &title);
 
 /// Bytes as lines of offset, hexadecimal and text.

@@ -24,11 +24,14 @@ struct TextStyle {
 
 class SequenceText {
 public:
+    /// The stream must outlive it.
     SequenceText(std::ostream &out, TextStyle style) : out_(out), style_(std::move(style)) {}
 
+    /// Writes the names of the lanes.
     void header();
+    /// Writes the lines of a record, or counts them as repeated.
     void add(const json &record);
-    /// Tells what was repeated last. Before a pause, and at the end.
+    /// Writes how many lines were repeated last. Call it before a pause, and at the end.
     void flush();
 
 private:

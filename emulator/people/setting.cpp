@@ -23,7 +23,8 @@ struct CloseFile {
 };
 using File = std::unique_ptr<std::FILE, CloseFile>;
 
-// Null for no path. What standard output or error goes to as well is shared with it, to its place in it.
+// Null for no path. Where standard output or error goes to the same file, that descriptor is copied: both
+// then write at one position.
 File _open_journal(const std::string &path) {
     File sink;
     struct stat named {};

@@ -28,7 +28,7 @@ constexpr size_t kLongestText = 64U << 10U;
 constexpr size_t kLongestFile = 64U << 10U;
 constexpr size_t kMostCommands = 100;  // that are remembered
 
-// Words where a shell would see nothing else; otherwise the shell with the line.
+// The line's words where it has no sign that a shell treats specially; else a shell that is given the line.
 std::vector<std::string> _argv(const std::string &line) {
     const bool assignment = line.find('=') < line.find(' ');  // a cipher ends in such a sign, too
     if (assignment || line.find_first_of("'\"\\$&|;<>()*?[]#~%{}!`\n") != std::string::npos) {
@@ -137,7 +137,7 @@ json Cockpit::state(int &version) {
     return std::exchange(version, state_version_) == state_version_ ? json() : state_;
 }
 
-// Who runs the device does its restarts, and this is who.
+// Does the restarts that are due, and looks whether the state has changed.
 void Cockpit::_watch() {
     for (int look = 0; !stopping_; ++look) {
         try {

@@ -1,5 +1,6 @@
-// What a page needs of a running device beyond its control: commands that run side by side with their text as
-// it grows, the state as it changes, restarts that are done when they are due. Safe for several threads.
+// What a page needs of a running device beyond its control: commands that run side by side, what they have
+// written so far, the state when it changes. It also does the restarts that are due. Safe for several
+// threads.
 #pragma once
 
 #include <atomic>
@@ -20,22 +21,24 @@ public:
     Cockpit(const Cockpit &) = delete;
     Cockpit &operator=(const Cockpit &) = delete;
 
-    /// Starts a command line: words where it is nothing but words, else by a shell.
+    /// Starts a command line: by itself where it has nothing but words, else by a shell.
     /// @return its number.
+    /// @throws std::invalid_argument  the line is empty.
     int start(const std::string &line);
 
     /// Commands that have changed since a version: [{"id", "line", "text", "ended", "status"}]; "text" is
-    /// what they wrote, its last part where it is long. "status" as a shell has it.
-    /// @param version  in: what is known; out: what is known then. Begins with 0.
+    /// what they wrote, of more than 64 KiB the end. "status" as a shell has it.
+    /// @param version  in: the one that the caller knows, 0 at first; out: the present one.
     [[nodiscard]] json runs(int &version);
 
-    /// The state (see Control) when it is another than that of the version, else null.
+    /// The state (see Control::state) when it has changed since a version, else null.
+    /// @param version  as in runs().
     [[nodiscard]] json state(int &version);
 
     /// Files of /tmp: [{"path", "kind", "size", "mode", "changed"}], links not followed.
     [[nodiscard]] static json files();
 
-    /// The first part of a regular file of /tmp. @throws std::invalid_argument  there is no such file.
+    /// The first 64 KiB of a regular file of /tmp. @throws std::invalid_argument  there is no such file.
     [[nodiscard]] static std::string file(const std::string &path);
 
     [[nodiscard]] Control &control() { return control_; }
@@ -62,7 +65,7 @@ private:
     int version_ = 0;  // of the commands
     json state_;
     int state_version_ = 0;
-    std::thread watcher_;
+    std::thread watcher_;  // of constructor and destructor alone
 };
 
 }  // namespace emulator

@@ -11,7 +11,7 @@ struct PageFile {
     std::string_view content;
 };
 
-/// All of them; "index.html" is one.
+/// All of them; "index.html" is one. They live as long as the program.
 [[nodiscard]] std::span<const PageFile> page_files();
 
 }  // namespace emulator

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view kCover = "\u2022\u2022\u2022\u2022";
 constexpr size_t kShortest = 4;  // shorter ones would cover half of the page
-constexpr size_t kDepth = 5;     // of texts within texts
+constexpr size_t kDepth = 5;     // as it is, and as it stands in up to four texts within texts
 
 void _replace_all(std::string &text, const std::string &what) {
     for (size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += kCover.size()) {

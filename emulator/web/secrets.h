@@ -1,5 +1,4 @@
-// What a page shows of texts that hold secrets: passwords and tokens are covered until somebody asks for
-// them.
+// Covers passwords and tokens in the texts that a page shows.
 #pragma once
 
 #include <string>
@@ -11,11 +10,13 @@ namespace emulator {
 
 class Secrets {
 public:
-    /// The cloud's passwords and its token are known by value, so they are found wherever they stand.
+    /// Takes the values of the cloud's passwords and of its token, to find them wherever they stand. Values
+    /// of less than four bytes are not taken.
     explicit Secrets(const json &cloudModel);
 
-    /// The text with each secret covered: those that are known, also in hexadecimal, and what members such as
-    /// "cloudPassword" hold, in JSON as well as in JSON that is a text within JSON, to any depth.
+    /// The text with secrets covered. Known values: also in hexadecimal, and as they stand in JSON within up
+    /// to four texts. What members such as "cloudPassword" hold: in JSON that is a text within JSON as well,
+    /// to any depth.
     [[nodiscard]] std::string cover(std::string text) const;
 
 private:

@@ -1,14 +1,14 @@
-// The page's server: HTTP on loopback. Whoever asks must name a loopback host, know the token that stands in
-// the address, and not come from another site's page: a browser that shows both must not lend one the other's
-// rights.
+// The page's server: HTTP on loopback. A request must name a loopback host, have the token in its path, and
+// not come from another site's page: such a page in the same browser must not reach the device.
 //
 //   GET  TOKEN/              the page and its files
-//   GET  TOKEN/events        server-sent events: "records" (a list of the journal's), "runs", "state"
+//   GET  TOKEN/events        server-sent events: "codes" (first, once), then "records" (a list of the
+//                            journal's, each with its arrows), "runs", "state"
 //   GET  TOKEN/journal       the journal, a file to keep; TOKEN/scenario: what was injected, as a scenario
 //   GET  TOKEN/store, files, file?path=, cloud, cipher?account=
 //   POST TOKEN/run {"line"}, spoil {"fault"}, cloud {members}, firmware {"version", "bytes"}
 //
-// Secrets are covered in all that goes out, unless the query has secrets=1.
+// Secrets are covered in what GET answers with, unless the query has secrets=1, and in the errors of POST.
 #pragma once
 
 #include <string>
@@ -26,7 +26,9 @@ namespace emulator {
 
 class WebServer {
 public:
-    /// Serves when it returns. @param port  0: a free one. @throws std::runtime_error  it is not to be had.
+    /// Serves when it returns. The cockpit must outlive it.
+    /// @param port  0: a free one.
+    /// @throws std::runtime_error  the port is not to be had.
     WebServer(Cockpit &cockpit, int port);
 
     /// Where the page is, with the token.
