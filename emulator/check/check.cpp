@@ -16,7 +16,7 @@
 namespace emulator::check {
 namespace {
 
-// What the child writes: a letter for the verdict, then its text. Nothing came from one that crashed.
+// What the child writes: a letter for the verdict, then its text. A child that crashes writes nothing.
 constexpr char kPassedLetter = 'p';
 constexpr char kSkippedLetter = 's';
 constexpr char kFailedLetter = 'f';

@@ -1,6 +1,6 @@
 // A check: one sentence of a page for those who write a part of the device, and the work that finds out
-// whether the part keeps to it. Each runs in a process of its own, under a watchdog, so that a part that
-// crashes or hangs is a verdict and the next check begins anew.
+// whether the part keeps to it. Each runs in a process of its own, under a watchdog: a part that crashes or
+// hangs fails that check, and the next one begins anew.
 #pragma once
 
 #include <chrono>
@@ -13,8 +13,8 @@ namespace emulator::check {
 
 struct Check {
     std::string name;
-    const char *page;            ///< below the repository
-    const char *sentence;        ///< as it stands there, line breaks apart
+    const char *page;            ///< its path in the repository
+    const char *sentence;        ///< as it stands there, but for line breaks
     std::function<void()> work;  ///< throws Failed or Skipped, or returns
 };
 using Checks = std::vector<Check>;
@@ -40,7 +40,8 @@ struct Result {
     std::chrono::milliseconds time{0};
 };
 
-/// Runs one check in a child process, which is ended with its group when the watchdog runs out.
+/// Runs one check in a child process. Its process group is killed when it ends or the watchdog runs out.
+/// @throws std::system_error  no pipe or no process.
 [[nodiscard]] Result run_check(const Check &check, std::chrono::seconds watchdog);
 
 }  // namespace emulator::check

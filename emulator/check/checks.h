@@ -1,5 +1,6 @@
-// The checks of each part, in the order in which they run. What a check needs stands in the private device,
-// or is reached from it; files that an earlier check left there are gone.
+// The checks of each part, in the order in which they run. They run in a private device, whose /tmp and flash
+// are emptied before each one; only a part that runs already (Neighbour::socket) is checked on the host.
+// What they are given is copied.
 #pragma once
 
 #include <functional>
@@ -15,13 +16,13 @@ inline constexpr const char *kPlatformPage = "docs/platform.md";
 inline constexpr const char *kProtocolPage = "docs/protocol.md";
 inline constexpr const char *kKmpdPage = "docs/kmpd.md";
 
-/// libwrapper.so: records and accounts, then the firmware commands.
+/// libwrapper.so: the records, and the firmware commands (for the accounts: account_checks.h).
 [[nodiscard]] Checks store_checks(const Platform &platform);
 [[nodiscard]] Checks firmware_checks(const Platform &platform);
 /// librsa.so.
 [[nodiscard]] Checks rsa_checks(const Platform &platform);
 
-/// A part that is a process: what keeps it running as long as it lives.
+/// A part that is a process, and how it is reached.
 struct Neighbour {
     std::vector<std::string>
         command;              ///< the words that start it; empty: the emulator's own, or one that runs

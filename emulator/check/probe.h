@@ -30,15 +30,17 @@ enum class Library { kWrapper, kRsa };
 
 class Probe {
 public:
-    /// Starts it and loads one library. @throws Failed  where that does not load, or lacks a function.
+    /// Starts it and loads one library.
+    /// @throws Failed  the probe does not start, or the library does not load or lacks a function.
     Probe(const Platform &platform, Library library);
 
     Probe(Probe &&) noexcept;
     Probe &operator=(Probe &&) = delete;
     ~Probe();
 
-    /// Has one call done. @return the words of the answer, of which the first is the call's result.
-    /// @throws Failed  the library has ended its process, or written beyond its room.
+    /// Has one call done.
+    /// @return the words of the answer, of which the first is the call's result.
+    /// @throws Failed  the process has ended, or the call does not return within a minute.
     std::vector<std::string> ask(const std::string &call);
 
     [[nodiscard]] size_t word_size() const { return word_size_; }
@@ -62,16 +64,18 @@ private:
 
 /// Bytes as the probe writes them: "-" for a null pointer, "=" for none.
 [[nodiscard]] std::string coded(const std::optional<std::string> &bytes);
+/// The bytes of such a word; none for a null pointer.
 [[nodiscard]] std::optional<std::string> decoded(const std::string &word);
 
 /// An output as the library left it.
-/// @param word  of an answer: the room and its guard. @throws Failed  the guard was written to.
+/// @param word  of an answer: the room and its guard.
+/// @throws Failed  the guard was written to.
 [[nodiscard]] std::string output_of(const std::string &word);
 
 /// What an output holds that nothing was written to.
 [[nodiscard]] std::string untouched(size_t size);
 
-/// Bytes without period, other ones for each seed: what stands at a wrong place shows.
+/// Bytes without a short period, other ones for each seed, so that a byte at a wrong place shows.
 [[nodiscard]] std::string pattern(size_t size, unsigned seed);
 [[nodiscard]] std::string letters(size_t size, unsigned seed);  ///< the same, as small letters
 

@@ -14,13 +14,16 @@ namespace emulator::check {
 class Report {
 public:
     /// Writes TAP's head.
-    /// @param part  what is checked: "broker"; names the suite.
+    /// @param tap      must outlive it.
+    /// @param part     what is checked: "broker"; names the suite.
+    /// @param planned  how many checks there will be.
     Report(std::ostream &tap, std::string part, size_t planned);
 
     /// Writes TAP's line for a check, with its sentence.
     void add(const Check &check, const Result &result);
 
-    /// The same as one XML document.
+    /// Writes the same as one XML document. The file stays the caller's.
+    /// @throws std::runtime_error  it cannot be written.
     void write_junit(std::FILE *file) const;
 
     /// @return whether no check failed.

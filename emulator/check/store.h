@@ -43,13 +43,15 @@ struct Entry {
     size_t out_length = 0;
 };
 
+/// The entry that writes a record, and the one that reads it.
 [[nodiscard]] Entry put_entry(const Record &record, const std::string &bytes);
 [[nodiscard]] Entry get_entry(const Record &record);
 
-/// Bytes that the record may hold, without period; an account is one of letters.
+/// Bytes that the record may hold, without a short period; an account's name and password are letters.
 [[nodiscard]] std::string record_bytes(const Record &record, unsigned seed);
 [[nodiscard]] std::string account_record(const std::string &name, const std::string &password);
 
+/// Compares byte for byte; what stands in `got` beyond `expected` does not count.
 /// @throws Failed  naming the offset at which they differ.
 void same_bytes(const std::string &got, const std::string &expected, const std::string &what);
 
@@ -62,11 +64,14 @@ class Store {
 public:
     explicit Store(const Platform &platform) : probe_(platform, Library::kWrapper) {}
 
-    /// Has a group done, and looks at the inputs and at what stands behind the outputs.
-    /// @param bytes  the length that is told, where it is not the right one. @param null  no entries at all.
+    /// Has a group done.
+    /// @param bytes  the length that is told, where it is not the right one.
+    /// @param null   a null pointer in place of the entries.
+    /// @throws Failed  an input was changed, or something written behind an output; see Probe::ask as well.
     Answer group(const std::vector<Entry> &entries, int direction, std::optional<int> bytes = std::nullopt,
                  bool null = false);
     [[nodiscard]] int write(const std::vector<Entry> &entries) { return group(entries, kWrite).result; }
+    /// Writes or reads one record. @throws Failed  the store refuses.
     void put(const Record &record, const std::string &bytes);
     std::string get(const Record &record);
     /// The count of an account record, in the processor's byte order; -1 for one that is neither 0 nor 1.

@@ -53,7 +53,7 @@ void _reads_zeros(const Platform &platform) {
     }
 }
 
-// The guard behind each output and the inputs are looked at with every call; this makes each kind.
+// Store::group looks at the guard behind each output and at the inputs; this makes a call of each kind.
 void _stays_in_bounds(const Platform &platform) {
     Store store(platform);
     for (const Record &record : kRecords) {
@@ -174,7 +174,7 @@ void _monitors(const Platform &platform) {
     same_bytes(store.get(kStatus), "\1\2", kStatus.name);
 }
 
-// Both records of a group carry one mark; a reader that sees two has seen a half.
+// Both records of a group carry one mark; a reader that sees two different marks has seen half of a group.
 std::vector<Entry> _marked(char mark) {
     return {put_entry(kUpgrade, std::string(kUpgrade.size, mark)),
             put_entry(kLogin, std::string(kLogin.size, mark))};

@@ -15,7 +15,7 @@ namespace emulator {
 /// @return a line for each figure above its limit: "wire.messages is 5, the budget is 4".
 [[nodiscard]] std::vector<std::string> over_budget(const json &cost, const json &limits);
 
-/// A part of the file.
+/// The commands of one build, a part of `budget`.
 /// @throws std::invalid_argument  there is none of that name, or its shape is another; the text names it.
 [[nodiscard]] const json &budget_of(const json &budget, const std::string &build);
 

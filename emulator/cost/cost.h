@@ -27,7 +27,7 @@ struct CostOptions {
     int rounds = 0;                        ///< of the times; 0: not measured
 };
 
-/// Runs a command on the device, once watched, then in rounds.
+/// Runs a command on the device, once watched, then in rounds. Empties the device's journal.
 /// @throws std::system_error or std::runtime_error  it cannot be started, or what comes before it fails.
 [[nodiscard]] json measure_cost(Device &device, const CostOptions &options);
 

@@ -1,5 +1,5 @@
-// Figures as a drawing (SVG): how a cost grows with its work. Both axes are logarithmic, so a cost that grows
-// as its work does is a straight line whatever its unit.
+// Figures as a drawing (SVG): how a cost grows with its work. Both axes are logarithmic, so a cost that is
+// proportional to its work is a straight line, whatever its unit.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ struct Series {
     std::vector<std::pair<double, double>> points;  ///< work and cost, both above 0
 };
 
-/// @return the text of an SVG file. Nothing of it but the frame where there are no points.
+/// @return the text of an SVG file. Without points it has the titles and the names of the series only.
 [[nodiscard]] std::string plot(const std::string &title, const std::string &work, const std::string &cost,
                                const std::vector<Series> &series);
 

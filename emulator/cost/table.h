@@ -7,6 +7,7 @@
 
 namespace emulator {
 
+/// Writes the table of one cost.
 void print_cost(std::ostream &out, const json &cost);
 
 }  // namespace emulator

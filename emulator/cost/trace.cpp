@@ -63,8 +63,8 @@ std::string _content(const Descriptor &file) {
     return text;
 }
 
-// Files that were written to. A file is often given its name once it is whole: each is kept in hand, so that
-// the kernel can tell in the end what it is called.
+// Files that were written to. A file is often renamed once it is whole: each is kept open, so that the kernel
+// can name it in the end.
 class WrittenFiles {
 public:
     explicit WrittenFiles(const std::vector<std::string> &folders) : folders_(folders) {}

@@ -23,7 +23,8 @@ struct Trace {
     std::map<std::string, uint64_t> written;  ///< bytes by file, under the name that the file has in the end
 };
 
-/// Runs a program to its end. For the calling thread's other children it does not wait.
+/// Runs a program to its end. Other children of the calling thread that end meanwhile are reaped here, and
+/// their status is lost.
 /// @param folders  those whose files count as written.
 /// @throws std::system_error  it cannot be started or watched.
 [[nodiscard]] Trace trace(std::vector<std::string> argv, const std::vector<std::string> &folders);

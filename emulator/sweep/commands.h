@@ -16,7 +16,7 @@ struct Command {
 
 [[nodiscard]] std::vector<Command> all_commands();
 
-/// Divided at blanks.
+/// The words of a text, divided at blanks; quotes mean nothing.
 [[nodiscard]] std::vector<std::string> words_of(const std::string &text);
 
 }  // namespace emulator::sweep

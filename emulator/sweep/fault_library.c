@@ -1,13 +1,15 @@
 /* Preloaded into a program under test: lets one library call fail, once or from then on, and reports at the
  * program's end how often each was made and which descriptors are open. Calls count from the moment that the
- * libraries have been initialised; an access of "/dev/.sweep" shows that moment to a tracer. Told by its
- * environment, which it takes away, so that what the program starts is left alone:
- *   SWEEP_REPORT  file for the report, lines "call NAME COUNT", "open TARGET FD", "hit FD", "end"
+ * libraries have been initialised; an access of "/dev/.sweep" shows that moment to a tracer. It reads its
+ * orders from the environment and removes them there, so that what the program starts is left alone:
+ *   SWEEP_REPORT  file for the report, lines "call NAME COUNT", "open TARGET FD", "hit - FD", "end - 0"
  *   SWEEP_CALL    the call that fails; "any" stands for all that allocate
- *   SWEEP_NUMBER  which one of them, from 1; SWEEP_EVER: and all after it; SWEEP_OVER: of those that are for
- *                 so many bytes or more
+ *   SWEEP_NUMBER  which one of them, from 1
+ *   SWEEP_EVER    "1": and all after it
+ *   SWEEP_OVER    only allocations of so many bytes or more
  * SIGUSR2 ends the program with a report.
- * Its own work uses system calls only: the program may be short of everything. */
+ * The report is opened and written by system calls, and nothing is allocated for it: the program may have run
+ * out of memory and descriptors, and the functions wrapped here would count. */
 #define _GNU_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
@@ -60,7 +62,7 @@ static int _wanted(const struct Call *call, size_t size, long number) {
            (number == l_number || (number > l_number && l_ever));
 }
 
-/* Whether this call is to fail; counts it. Size: of an allocation, else 0. */
+/* Whether this call is to fail; counts it. size: of an allocation, else 0. */
 static int _fails(struct Call *call, size_t size, int fd) {
     if (!l_on) {
         return 0;
@@ -92,7 +94,7 @@ static int _fails(struct Call *call, size_t size, int fd) {
         return next arguments;                                      \
     }
 
-/* One that fails has done its work all the same. */
+/* A call that closes: where it is to fail, it has closed all the same. */
 #define CLOSING(name, type)                                           \
     RECORD(name)                                                      \
     int name(type what) {                                             \
@@ -101,7 +103,7 @@ static int _fails(struct Call *call, size_t size, int fd) {
         return _fails(&l_##name, 0, -1) ? (errno = EIO, -1) : result; \
     }
 
-/* One whose last argument is there or not. */
+/* A call whose last argument is optional. */
 #define VARIADIC(name, first, type, code, fd)                               \
     RECORD(name)                                                            \
     int name(first what, int second, ...) {                                 \
@@ -159,7 +161,7 @@ void free(void *memory) {
 /* Files. */
 VARIADIC(open, const char *, mode_t, EMFILE, -1)
 VARIADIC(open64, const char *, mode_t, EMFILE, -1)
-/* A descriptor of which this says nothing is open: no excuse for an output that stays empty. */
+/* Without the descriptor: a failed fcntl does not excuse an empty standard output. */
 VARIADIC(fcntl, int, long, ENOLCK, -1)
 VARIADIC(fcntl64, int, long, ENOLCK, -1)
 CLOSING(close, int)

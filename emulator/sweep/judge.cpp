@@ -6,12 +6,12 @@
 namespace emulator::sweep {
 namespace {
 
-// What is left of a process that was killed is no fault of its own; what the next run leaves of it is.
+// A process that is killed may leave files. They count only when the next run leaves them there.
 bool _was_killed(const Point &point) {
     return point.kind == "kills";
 }
 
-// The broker's untruth may be stored as truth: what it leaves cannot be old or new.
+// A reply with a flipped bit may be stored as it is. The state is then neither old nor new: not judged.
 bool _was_lied_to(const Point &point) {
     return point.kind == "broker" && point.fault == "lie";
 }

@@ -32,11 +32,12 @@ struct Good {
     bool reported = false;          ///< the library of faults works with this program
 };
 
+/// Whether an output is one whole number, with blanks around it at most.
 [[nodiscard]] bool is_one_number(const std::string &printed);
 
 /// After the run with the fault, and once the fault has ended.
 [[nodiscard]] std::vector<Fall> judge_run(const Point &point, const Good &good, const Outcome &outcome);
-/// What has become of the device.
+/// Looks at the device after that: processes, locks, files of others, names, the state.
 [[nodiscard]] std::vector<Fall> judge_device(const Point &point, const Good &good, Stage &stage);
 /// After the next run, without a fault. What a killed run left is judged here.
 [[nodiscard]] std::vector<Fall> judge_next(const Point &point, const Good &good, const Outcome &outcome,

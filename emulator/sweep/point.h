@@ -26,12 +26,14 @@ struct Point {
     std::string fault;
 };
 
+/// The written form, which parse_point() reads.
 [[nodiscard]] std::string to_text(const Point &point);
 
 /// @throws std::invalid_argument  the text names no point.
 [[nodiscard]] Point parse_point(const std::string &text);
 
-/// At most so many of the points (0: all), of each kind about as many, the same for the same seed.
+/// At most `limit` of the points (0: all), about as many of each kind, in their order; the same seed chooses
+/// the same ones.
 [[nodiscard]] std::vector<Point> sample(const std::vector<Point> &points, size_t limit, unsigned seed);
 
 }  // namespace emulator::sweep

@@ -40,7 +40,9 @@ struct Outcome {
 [[nodiscard]] Strike strike_of(const Point &point, const std::map<std::string, int> &skipped,
                                std::chrono::milliseconds watchdog);
 
-/// Runs a command on the device to its end.
+/// Runs a command on the device to its end, to the watchdog's, or to the restart that it asks for.
+/// @throws std::system_error   it cannot be started.
+/// @throws std::runtime_error  the library of faults is not installed.
 [[nodiscard]] Outcome run_struck(Device &device, const std::vector<std::string> &words, const Strike &strike);
 
 /// How often each system call was made, before the program's own first step and after, and the paths in
@@ -50,6 +52,7 @@ struct Trace {
     std::map<std::string, int> after;
     std::vector<std::string> paths;
 };
+/// @param text  Outcome::trace.
 [[nodiscard]] Trace read_trace(const std::string &text);
 
 }  // namespace emulator::sweep

@@ -13,13 +13,15 @@ namespace emulator::sweep {
 class Scene {
 public:
     /// Sets the fault up; nothing for the other kinds.
-    /// @throws std::invalid_argument  no such fault; std::system_error, it cannot be made here.
+    /// @throws std::invalid_argument  no such fault.
+    /// @throws std::system_error      it cannot be made here.
     Scene(Stage &stage, const Point &point);
     ~Scene();
     Scene(const Scene &) = delete;
     Scene &operator=(const Scene &) = delete;
 
-    /// Ends the fault: for the run that must work again.
+    /// Ends the fault, for the run that must work again; the destructor does it as well.
+    /// @throws std::system_error  it cannot be taken back.
     void end();
 
 private:

@@ -29,29 +29,31 @@ using Files = std::map<std::string, std::pair<mode_t, std::string>>;
 
 class Stage {
 public:
+    /// Makes device and image server. @throws  as Device and make_image_server().
     explicit Stage(Setup setup);
 
-    /// A fresh device, in the state that the command is to meet: the first time by the commands before it,
-    /// then as that left it.
+    /// A fresh device, in the state that the command is to meet. The first call runs the commands that go
+    /// before it and remembers what they left; later calls put that back.
+    /// @throws std::runtime_error  one of those commands fails.
     void prepare();
 
     [[nodiscard]] Device &device() { return *device_; }
     [[nodiscard]] const Setup &setup() const { return setup_; }
     [[nodiscard]] const std::vector<std::string> &words() const { return words_; }
 
-    /// What must be old or new, each, never between: the store's records, the device in the cloud, the
-    /// broker's mode.
+    /// The store's records, the device in the cloud, the broker's mode: each must be as before a run or as
+    /// after a good one.
     [[nodiscard]] json state();
 
-    /// Everything in "/tmp" that is neither the neighbours' nor planted.
+    /// Every name in "/tmp" that is not a neighbour's, planted, or a folder of the host.
     [[nodiscard]] static std::vector<std::string> names();
 
     /// What "/tmp" and the flash hold, to be put back.
     [[nodiscard]] static Files files();
     static void put_files(const Files &files);
 
-    /// What became of things that are others'; a text each.
-    /// @param withLines  their lines in the list of local accounts count, too.
+    /// Which of the things of other users are not as they were; a text each.
+    /// @param withLines  whether their lines in the list of local accounts count, too.
     [[nodiscard]] std::vector<std::string> harmed(bool withLines) const;
 
     /// What still runs, and what is still locked; a text each.
@@ -76,9 +78,10 @@ inline constexpr const char *kPasswdPath = "/tmp/passwd";
 inline constexpr const char *kVictimPath = "/tmp/.others_victim";  ///< a file of another user's
 inline constexpr uid_t kOtherUser = 12345;
 
-/// Gives it to another user, where this one may (root).
+/// Gives a file to another user. @return false where this user may not (only root may).
 bool give_away(const std::string &path);
 
+/// The bytes of a file; "" for a folder and where it cannot be read.
 [[nodiscard]] std::string content(const std::string &path);
 
 }  // namespace emulator::sweep

@@ -23,11 +23,11 @@ struct Options {
 
 /// Sweeps each command in turn; the table goes to standard output, progress to standard error.
 /// @return 0, or 1 when something fell.
-/// @throws std::runtime_error  a command cannot be swept: with what is wrong.
+/// @throws std::runtime_error  a command cannot be swept, or strace is missing; the text says why.
 [[nodiscard]] int sweep_over(const Options &options, const std::vector<Command> &commands);
 
-/// The sweep's own process, on a device: surveys, then judges the points that standard input lists. Prints a
-/// JSON line for the survey and one for each point.
+/// A worker, a process of its own that enters a device: surveys, then judges the points that standard input
+/// lists. Prints a JSON line for the survey and one for each point. @return 0.
 [[nodiscard]] int work(const Options &options, const Command &command);
 
 }  // namespace emulator::sweep

@@ -12,8 +12,8 @@ struct SystemCall {
     const char *errors;  ///< divided by blanks
 };
 
-// EAGAIN only where a time limit or a non-blocking descriptor may bring it. Calls that cannot fail, and those
-// whose failure nobody survives (execve of the program itself), are not here.
+// Reads and writes have EAGAIN only where a time limit or a non-blocking descriptor may bring it. Calls that
+// cannot fail, and those whose failure ends the program (its own execve), are not here.
 inline constexpr std::array kSystemCalls{
     SystemCall{"access", "EACCES EIO ELOOP ENOMEM"},
     SystemCall{"bind", "EADDRINUSE EACCES ENOMEM EROFS"},
