@@ -18,7 +18,7 @@ FUZZ_TARGET(address) {
     fuzz::set_image(length, content, pieces);
     std::string path(kLocalPathRoom, '\xff');
     const int result = cloud_httpClientDownloadFile(url.c_str(), path.data(), kFirmwareMode);
-    // However often the line broke: what is here is the beginning of what is there.
+    // However often the transfer broke off, the partial image is the beginning of the content.
     const std::string partial = fuzz::file(kPartialImagePath);
     FUZZ_HOLDS(content.starts_with(partial));
     if (result == 0) {

@@ -16,7 +16,7 @@ FUZZ_TARGET(base64) {
     if (count >= 0 && text.find('\0') == std::string::npos) {
         FUZZ_EXPECT(b64_decodedSize(text.c_str()) == count);
     }
-    // Whatever bytes: there and back.
+    // Any bytes are the same after encoding and decoding.
     const auto size = static_cast<int32_t>(input.size());
     std::string encoded(static_cast<size_t>(size + 2) / 3 * 4 + 1, '\0');
     FUZZ_EXPECT(b64_encode(encoded.data(), static_cast<int32_t>(encoded.size()), input.data(), size) ==

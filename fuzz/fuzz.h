@@ -30,10 +30,10 @@ struct Fault {
 };
 
 /// Runs the target; ends the process when it leaves a descriptor open.
-/// @return whether the fault has come to pass.
+/// @return whether the call that was to fail was made.
 bool run(const Target &target, std::string_view input, Fault fault = {});
 
-/// Whether it has come to pass in this run.
+/// Whether a call has failed in this run.
 [[nodiscard]] bool failed();
 
 /// From here on nothing fails: what follows is the target's own look at the outcome.

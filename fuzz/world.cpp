@@ -103,8 +103,8 @@ CURLcode _get_info(CURL * /*curl*/, CURLINFO info, ...) {
 }
 #pragma GCC diagnostic pop
 
-// An honest server on a bad line: each byte of `pieces` is a size of what comes next, or from 200 on how the
-// transfer ends.
+// A server that sends the right bytes, over a line that may fail: each byte of `pieces` is the size of what
+// comes next, or from 200 on how the transfer ends.
 CURLcode _perform(CURL * /*curl*/) {
     size_t sent = l_image.from;
     while (!l_image.head && !l_image.pieces.empty()) {
@@ -335,13 +335,13 @@ int __wrap_usleep(useconds_t time) {
 int __real_poll(pollfd *, nfds_t, int);
 int __wrap_poll(pollfd *watched, nfds_t count, int time) {
     if (_fails(EINTR)) {
-        l_fault = {};  // for ever it would be waited for as long
+        l_fault = {};  // with EINTR for ever the program would wait for ever
         return -1;
     }
     return __real_poll(watched, count, time);
 }
 
-// Handlers would take the fuzzer's place, and one more each time.
+// No handlers: each run would add one more, and they would run when the fuzzer itself ends.
 int __real_atexit(void (*)());
 int __wrap_atexit(void (*function)()) {
     return l_running ? 0 : __real_atexit(function);
