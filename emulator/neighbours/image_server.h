@@ -1,5 +1,5 @@
 // The server that firmware images are fetched from: HTTP or HTTPS on loopback, on a free port, with ranges,
-// redirects and scripted faults. cpp-httplib speaks HTTP; this decides on statuses, headers, bodies and faults.
+// redirects and scripted faults. cpp-httplib speaks HTTP; this makes statuses, headers, bodies and faults.
 //
 // Rules are a JSON array, like those of a scenario; the first one that fits a request holds:
 //   {"path": "/fw.bin", "method": "GET", "nth": 2, "do": {...}}

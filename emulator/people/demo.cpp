@@ -1,4 +1,5 @@
-// extender demo: a life of the device, step by step, for people to watch.
+// extender demo: commands on the device from its binding to a firmware update, step by step, for people to
+// watch.
 #include <algorithm>
 #include <cstdio>
 #include <iostream>

@@ -1,4 +1,4 @@
-// The whole road of `bind`, and what happens on it when the broker, the cloud, the store or the
+// `bind` from its arguments to the store, and what it does when the broker, the cloud, the store or the
 // arguments fail.
 #include <gmock/gmock.h>
 
@@ -104,7 +104,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Fault{"NotJson", R"({"rules":[{"on":98,"do":{"body":"nothing"}}]})", 0},
                     Fault{"NoStatus", R"({"rules":[{"on":98,"do":{"body":"{\"errorcode\":0}"}}]})", 0},
                     Fault{"Silent", R"({"rules":[{"on":98,"do":{"silence":true}}]})", 0},
-                    // The write that finds the connection gone ends it: SIGPIPE is no way to die.
+                    // The write that finds the connection gone fails; SIGPIPE does not end the program.
                     Fault{"Closed", R"({"rules":[{"on":98,"do":{"close":true}}]})", -2001}),
     row_name<Fault>);
 

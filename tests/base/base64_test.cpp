@@ -53,7 +53,7 @@ TEST(Base64, TellsTheDecodedSizeByTheLength) {
     EXPECT_EQ(b64_decodedSize("QUI="), 2);
     EXPECT_EQ(b64_decodedSize("QQ==QUJD"), 1);
     EXPECT_EQ(b64_decodedSize("QUJDQU"), 3);
-    EXPECT_EQ(b64_decodedSize("****"), 3);  // malformed is not its matter
+    EXPECT_EQ(b64_decodedSize("****"), 3);  // it does not check the text
     EXPECT_EQ(b64_decodedSize(""), 0);
     EXPECT_EQ(b64_decodedSize(nullptr), 0);
 }

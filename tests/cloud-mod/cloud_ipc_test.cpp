@@ -236,7 +236,7 @@ TEST(LibraryLog, IsNotSwitchedOnByAFolderOrALink) {
     }
 }
 
-// Each line raises the signal, and none reaches the handler.
+// Each line that the log writes raises SIGPIPE, and none of these reaches the handler.
 TEST(LibraryLog, OutlivesAReaderThatLeft) {
     static std::atomic<int> l_struck{0};
     int ends[2];
@@ -252,7 +252,7 @@ TEST(LibraryLog, OutlivesAReaderThatLeft) {
     unlink("/tmp/log.4");
     EXPECT_EQ(l_struck, 0);
     EXPECT_EQ(write(ends[1], "x", 1), -1);
-    EXPECT_EQ(l_struck, 1);  // not the log's: it strikes as ever
+    EXPECT_EQ(l_struck, 1);  // a signal that is not the log's reaches its handler
     std::signal(SIGPIPE, before);
     close(ends[1]);
 }

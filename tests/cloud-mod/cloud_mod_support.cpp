@@ -83,7 +83,7 @@ int __wrap_lstat(const char *path, struct stat *status) {
     ++l_lstat;
     return __real_lstat(path, status);
 }
-// The signal handlers tear the instance down, which is no signal-safe thing to do, and known.
+// The signal handlers tear the instance down. That is known not to be signal-safe.
 const char *__tsan_default_options() {
     return "report_signal_unsafe=0";
 }

@@ -1,4 +1,4 @@
-// `download`: the states it shows, the files it leaves, and what it makes of an unwilling server.
+// `download`: the states it shows, the files it leaves, and what it does when the server fails.
 #include <gmock/gmock.h>
 #include <sys/mount.h>
 #include <sys/statvfs.h>

@@ -1,4 +1,4 @@
-// The download against a server that nobody here wrote, over HTTP and HTTPS.
+// The download from nginx, a server of others, over HTTP and HTTPS.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
 #include <sys/mount.h>

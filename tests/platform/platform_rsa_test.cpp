@@ -50,7 +50,7 @@ protected:
     Keys keys;
 };
 
-// What any RSA owes its callers is checked by "extender check platform" (tests/check.cmake).
+// What any RSA library must do is checked by "extender check platform" (tests/check.cmake).
 TEST_F(Rsa, TakesUpTo245BytesAndOnlyItsOwnKeys) {
     EXPECT_EQ(encrypt(keys, std::string(245, 'x')).value_or("").size(), 344U);
     EXPECT_EQ(encrypt(keys, std::string(246, 'x')), std::nullopt);

@@ -55,7 +55,7 @@ Bytes account(const std::string &name, const std::string &password) {
     return bytes;
 }
 
-// What any store owes its callers is checked by "extender check platform" (tests/check.cmake). Here is what
+// What any store must do is checked by "extender check platform" (tests/check.cmake). Here is what
 // this one does beyond: its file, its modes, and calls with more than they need.
 
 TEST(Store, RefusesSuperfluousBuffers) {

@@ -106,8 +106,8 @@ TEST(CommandLineRules, ClosedOutputDoesNotReachTheBroker) {
     EXPECT_EQ(file("/tmp/cloud.error"), "0\n");
 }
 
-// Whoever reads the results may leave early: the program ends as ever, and its log does not take the broker
-// away.
+// The reader of standard output may leave early: the program ends as usual, and its log does not end the
+// connection to the broker.
 TEST(CommandLineRules, AReaderThatLeftIsNoFault) {
     const std::vector<std::string> command = emulator::cloud_msg_command();
     if (command.size() > 1) {

@@ -139,7 +139,7 @@ TEST_P(HostileTmp, NothingIsWrittenThroughWhatStandsThere) {
     }
 }
 
-// Who made the file first does not get it back with what is now in it.
+// The other user who made the file first does not own the one that holds our content.
 TEST_P(HostileTmp, AStrangersFileIsReplacedByOneOfOurOwn) {
     const Written &row = GetParam();
     Device device(answering(row.answer));

@@ -1,4 +1,4 @@
-// The whole road of a record: taken by the tap, masked, replayed by the program, made a scenario.
+// A record: taken by the tap, masked, replayed by the program, made a scenario.
 #include "replay.h"
 
 #include <gmock/gmock.h>
