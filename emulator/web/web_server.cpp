@@ -28,8 +28,8 @@ namespace {
 using httplib::Request;
 using httplib::Response;
 
-constexpr std::chrono::milliseconds kWait{
-    100};  // for news of the journal; the runs and the state are looked at after each wait
+// For news of the journal; the runs and the state are looked at after each wait.
+constexpr std::chrono::milliseconds kWait{100};
 constexpr size_t kRecordsAtOnce = 500;
 constexpr int kSilentRounds =
     100;  // after so many a sign of life, which finds out whether the reader is there
