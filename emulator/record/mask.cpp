@@ -120,7 +120,7 @@ std::string Mask::line(json record) {
         record.erase("body_hex");
         ++blanked_;
     }
-    if (kind == "run") {
+    if ((kind == "run" || kind == "start") && record.contains("argv")) {
         _mask_words(record["argv"]);
     } else if (kind == "script" && record.contains("arguments")) {
         record["arguments"].insert(record["arguments"].begin(), 2, "");
