@@ -6,4 +6,4 @@ add_dependencies(emulator_test extender cloud_image cloud_store cloud_rsa)
 
 # The schemas of journal and documents, and what the program reads and writes.
 add_test(NAME schema_test COMMAND /usr/bin/python3 ${CMAKE_CURRENT_LIST_DIR}/emulator/schema_test.py $<TARGET_FILE:extender> ${PROJECT_SOURCE_DIR})
-set_tests_properties(schema_test PROPERTIES LABELS library TIMEOUT 180)
+set_tests_properties(schema_test PROPERTIES LABELS library TIMEOUT 900)

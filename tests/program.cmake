@@ -17,4 +17,4 @@ cloud_test(
 target_include_directories(util_test PRIVATE ${PROJECT_SOURCE_DIR}/cloud-mod)
 # Completions, in the shells themselves.
 add_test(NAME completions COMMAND ${CMAKE_CURRENT_LIST_DIR}/program/completions.py ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
-set_tests_properties(completions PROPERTIES LABELS library TIMEOUT 300)
+set_tests_properties(completions PROPERTIES LABELS library TIMEOUT 1200)
