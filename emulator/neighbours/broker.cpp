@@ -5,11 +5,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <stdexcept>
 #include <utility>
 
-#include "document.h"
 #include "unix_socket.h"
 
 namespace emulator {

@@ -28,7 +28,7 @@ bool _is_wrong(const char *kind, const std::string &word, const std::vector<std:
     if (const std::string_view near = nearest_word(word, known); !near.empty()) {
         std::cerr << "; did you mean " << near << '?';
     }
-    std::cerr << " See extender --help.\n";
+    std::cerr << " (see extender --help)\n";
     return true;
 }
 

@@ -2,26 +2,22 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
-#include <set>
-#include <sstream>
+#include <string>
 #include <system_error>
-#include <utility>
+#include <vector>
 
 #include "descriptor.h"
 #include "journal.h"
@@ -37,31 +33,33 @@ constexpr const char *kInsideMark = "EXTENDER_INSIDE";
 constexpr int kNoDevice = 125;
 constexpr const char *kNeeds =
     " It needs the right to make mounts and namespaces: run it as root, in a container with CAP_SYS_ADMIN "
-    "and "
-    "without a filter of mount calls, or allow user namespaces to everybody.\n";
+    "and without a filter of mount calls, or allow user namespaces to everybody.\n";
 
-// What to do about the commonest causes.
-const char *_advice(int error) {
+// What to do where this host refuses.
+constexpr const char *kRefused =
+    "In a container, start that with --cap-add SYS_ADMIN --security-opt seccomp=unconfined --security-opt "
+    "apparmor=unconfined. Elsewhere run this as root, or \"sysctl -w kernel.unprivileged_userns_clone=1\" or "
+    "\"sysctl -w kernel.apparmor_restrict_unprivileged_userns=0\", whichever this kernel has.\n";
+
+bool _is_refusal(int error) {
+    return error == EPERM || error == EACCES;
+}
+
+// What to do when clone makes no namespaces; a mount fails of the same numbers for other causes.
+const char *_clone_advice(int error) {
     switch (error) {
-        case EPERM:
-        case EACCES:
-            return "Refused: in a container, start that with --cap-add SYS_ADMIN --security-opt "
-                   "seccomp=unconfined "
-                   "(and apparmor=unconfined); elsewhere run this as root, or \"sysctl -w "
-                   "kernel.unprivileged_userns_clone=1\", or \"sysctl -w "
-                   "kernel.apparmor_restrict_unprivileged_userns=0\", whichever this kernel has.\n";
         case ENOSPC:
             return "No user namespace is left: \"sysctl -w user.max_user_namespaces=10000\".\n";
         case EINVAL:
         case ENOSYS:
             return "This kernel has no user namespaces (CONFIG_USER_NS): run it as root.\n";
         default:
-            return "";
+            return _is_refusal(error) ? kRefused : "";
     }
 }
 
-[[noreturn]] void _no_device(const std::string &reason, int error) {
-    std::cerr << "No private device: " << reason << '.' << kNeeds << _advice(error) << std::flush;
+[[noreturn]] void _no_device(const std::string &reason, const char *advice) {
+    std::cerr << "No private device: " << reason << '.' << kNeeds << advice << std::flush;
     std::_Exit(kNoDevice);
 }
 
@@ -169,7 +167,8 @@ pid_t _clone_into(unsigned long namespaces, const std::string &uidMap, const std
         inner = cloneInto(CLONE_NEWUSER);
     }
     if (inner < 0) {
-        _no_device(std::strerror(errno), errno);
+        const int error = errno;
+        _no_device(std::strerror(error), _clone_advice(error));
     }
     int signal = 0;
     const int status = _wait_for(inner, &signal);
@@ -210,9 +209,9 @@ void enter_device(const DeviceOptions &options) {
     try {
         make_device_root(options);
     } catch (const std::system_error &error) {
-        _no_device(error.what(), error.code().value());
+        _no_device(error.what(), _is_refusal(error.code().value()) ? kRefused : "");
     } catch (const std::exception &error) {
-        _no_device(error.what(), 0);
+        _no_device(error.what(), "");
     }
     const sigset_t set = _handed_on_signals();
     sigset_t mask;

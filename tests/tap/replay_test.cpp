@@ -89,6 +89,10 @@ TEST(Record, IsMaskedReplayedAndMadeAScenario) {
     const std::vector<json> masked = _masked(record.lines, &report);
     EXPECT_THAT(report, testing::HasSubstr("1 of account"));
     EXPECT_THAT(report, testing::HasSubstr("\"alias\" (1)")) << "what it cannot judge it names";
+    for (const char *kind : {"start", "run"}) {
+        const json line{{"kind", kind}, {"argv", {"cloud_msg", "bind", "YS5u", "YSBjaXBoZXI="}}};
+        EXPECT_THAT(Mask(record.lines).line(line), testing::Not(testing::HasSubstr("YS")));
+    }
 
     struct Row {
         const char *name;
