@@ -57,7 +57,7 @@ ForeignBroker::ForeignBroker(Journal &journal) {
     messages_in.reset();
     messages_ = std::move(messages);
     char first = 0;  // it says that there is no broker yet
-    static_cast<void>(read(messages_.get(), &first, 1));
+    [[maybe_unused]] const ssize_t said = read(messages_.get(), &first, 1);
     reader_ = std::thread([&journal, input = std::move(lines)]() mutable {
         JournalReader reader(std::move(input));
         while (std::optional<json> record = reader.next()) {

@@ -118,7 +118,7 @@ void _start_token_deletion(const char *expiresIn) {
         MSG_LOG("Expiry of token is too long.\n");
         return;
     }
-    static_cast<void>(system(command.data()));
+    [[maybe_unused]] const int status = system(command.data());
 }
 
 // The method comes from a caller: it must not lead out of the cache's folder.

@@ -26,7 +26,7 @@ constexpr size_t kUserNameMax = sizeof(AccountList::userName) - 1;
 constexpr size_t kPlainCompared = 512;
 
 void _start_reload() {
-    static_cast<void>(system(kReloadCommand));
+    [[maybe_unused]] const int status = system(kReloadCommand);
 }
 
 void _set_bound() {

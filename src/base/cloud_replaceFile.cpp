@@ -79,7 +79,7 @@ std::atomic<int> l_count{0};
 void _take_over(const char *path, int fd, mode_t mode) {
     struct stat old {};
     if (lstat(path, &old) == 0 && cloud_isTrusted(old)) {
-        static_cast<void>(fchown(fd, old.st_uid, old.st_gid));
+        [[maybe_unused]] const int given = fchown(fd, old.st_uid, old.st_gid);
         mode = old.st_mode & kModeBits;
     }
     fchmod(fd, mode);
