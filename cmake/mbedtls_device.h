@@ -1,7 +1,8 @@
-/* mbedTLS for the device: a TLS 1.2 client and no more, as small as HTTPS allows.
- * script/device puts this file in the place of mbedTLS's own config.h, so that the library, libcurl
+/* mbedTLS for the device: a TLS 1.2 client and no more, as small as HTTPS allows. For 3.6 and for 2.28.
+ * script/device puts this file in the place of mbedTLS's own configuration, so that the library, libcurl
  * and whatever else includes its headers agree on every structure. What is left out: servers, TLS
- * 1.0/1.1, CBC and every other mode but GCM, DHE and plain RSA key exchange, sessions, DTLS. */
+ * 1.0/1.1/1.3, CBC and every other mode but GCM and ChaCha20-Poly1305, DHE and plain RSA key exchange,
+ * sessions, DTLS. */
 #ifndef CLOUD_MBEDTLS_DEVICE_H
 #define CLOUD_MBEDTLS_DEVICE_H
 
@@ -17,12 +18,16 @@
 #define MBEDTLS_AES_C
 #define MBEDTLS_AES_ROM_TABLES /* tables in flash, shared between runs, instead of 8 KiB of RAM */
 #define MBEDTLS_AES_FEWER_TABLES
+#define MBEDTLS_CHACHA20_C /* offered first: without AES in the processor it is three times as fast */
+#define MBEDTLS_POLY1305_C
+#define MBEDTLS_CHACHAPOLY_C
 #define MBEDTLS_CIPHER_C
 #define MBEDTLS_GCM_C
 #define MBEDTLS_MD_C
 #define MBEDTLS_SHA1_C /* key identifiers, and roots that still sign themselves with it */
 #define MBEDTLS_SHA256_C
 #define MBEDTLS_SHA256_SMALLER
+#define MBEDTLS_SHA384_C /* part of the next one before 3.0 */
 #define MBEDTLS_SHA512_C
 #define MBEDTLS_SHA512_SMALLER
 
@@ -66,5 +71,7 @@
 #define MBEDTLS_AESNI_C /* so that HTTPS figures of device-native are not the table cipher's */
 #endif
 
+#ifndef MBEDTLS_VERSION_NUMBER /* 3.6 has said it by now, and checks by itself */
 #include "mbedtls/check_config.h"
+#endif
 #endif
