@@ -1,7 +1,7 @@
-// transfer [ROUNDS]: `cloud_msg download` of 64 MiB against `curl -s -o`, by HTTP, by HTTPS and from a server
-// that is throttled, over loopback to a RAM disk. The server has one processor, the clients another. The
-// second that the program rests at its end, for readers of its status, is not counted. Prints a table.
-// CLOUD_MSG_COMMAND names another program, as for extender; it must trust the list of authorities in
+// transfer [ROUNDS]: `cloud_msg download` against `curl -s -o`, of 64 MiB by HTTP and by HTTPS, and of 4 MiB
+// from a server that is throttled, over loopback to a RAM disk. The server has one processor, the clients
+// another. The second that the program rests at its end, for readers of its status, is not counted. Prints a
+// table. CLOUD_MSG_COMMAND names another program, as for extender; it must trust the list of authorities in
 // /etc/ssl/certs/ca-certificates.crt.
 #include <sched.h>
 #include <unistd.h>

@@ -48,8 +48,8 @@ set(CMAKE_TRY_COMPILE_TARGET_TYPE STATIC_LIBRARY)
 
 set(CMAKE_C_FLAGS_INIT "${DEVICE_FLAGS}")
 set(CMAKE_CXX_FLAGS_INIT "${DEVICE_FLAGS}")
-# The program is optimised as one unit, with a section for each function, so that its pieces can be put
-# in order: that of the list, made into the linker's form. DEVICE_EXTRA_LINK: for those who link differently (bench/footprint).
+# The program is optimised as one unit, with a section for each function, so that the linker can put the functions of the
+# list together. DEVICE_EXTRA_LINK: for those who link differently (bench/footprint).
 set(DEVICE_EXTRA_LINK "" CACHE STRING "More flags for linking programs")
 set(DEVICE_LAYOUT_LIST ${CMAKE_CURRENT_LIST_DIR}/device_layout.txt)
 set(DEVICE_LAYOUT ${CMAKE_BINARY_DIR}/device_layout.ld)

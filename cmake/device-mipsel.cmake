@@ -1,4 +1,4 @@
-# MIPS32 release 2, little-endian, hard float: the commonest processor of extenders.
+# MIPS32 release 2, little-endian, hard float, musl.
 set(DEVICE_TRIPLET mipsel-linux-gnu)
 set(DEVICE_LOADER ld-musl-mipsel.so.1)
 set(DEVICE_EMULATOR qemu-mipsel)

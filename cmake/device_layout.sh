@@ -1,8 +1,8 @@
 #!/bin/bash
 # Makes the linker's form of a list of functions (cmake/device_layout.txt): what the common commands run and read
-# stands together at the start of the program, within 64 KiB. The kernel maps file pages by 64 KiB around each one
-# touched, so a command that downloads nothing keeps one such block in memory, not pieces of itself among libcurl's and
-# TLS's. Names that are not there do no harm; a missing one costs memory only.
+# stands together at the start of the program, first what getLogicStatus needs. The kernel maps file pages by 64 KiB
+# around each one touched, so getLogicStatus keeps one such block in memory, not one for each of its pieces among
+# libcurl's and TLS's. Names that are not there do no harm; a missing one costs memory only.
 # usage: device_layout.sh LIST >SCRIPT
 set -euo pipefail
 
