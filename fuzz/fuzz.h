@@ -54,7 +54,7 @@ void put_file(const char *path, std::string_view content);
 /// What the configuration store's records hold from now on, as far as it goes; the rest of them is zeros.
 void fill_store(std::string_view records);
 
-/// What the broker sends on the next connection to it, right after it is made; then it hangs up.
+/// What the broker sends on each connection to it, right after it is made; then it ends its side.
 void set_broker(std::string bytes);
 
 /// What the management daemon answers to each datagram.

@@ -33,7 +33,7 @@ namespace {
 
 using emulator::Descriptor;
 
-bool l_running = false;  // else libFuzzer itself calls what is replaced here
+bool l_running = false;  // while it is false, libFuzzer itself calls what is replaced here
 fuzz::Fault l_fault;
 bool l_failed = false;
 long l_clockMs = 0;
@@ -75,7 +75,7 @@ int _next_descriptor() {
     return Descriptor(dup(0)).get();
 }
 
-// libcurl declares its two variadic functions with an enumeration before the dots, so theirs have it, too.
+// libcurl declares its two variadic functions with an enumeration before the dots, and so do these.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wvarargs"
 CURLcode _set_option(CURL * /*curl*/, CURLoption option, ...) {
