@@ -17,7 +17,7 @@ LENGTH = 10360
 
 
 class Pieces:
-    """Reads like one who takes a stream for messages: what one call brings is all that there is."""
+    """Reads as many bytes as asked for. With a fault: takes what one call brings for a whole message, or dies."""
 
     def read(self, size):
         if size == 0:

@@ -64,7 +64,7 @@ private:
     int wake_[2] = {-1, -1};
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::vector<Connection> connections_;  // with all below: under mutex_
+    std::vector<Connection> connections_;  // this and the next two: under mutex_
     std::vector<Received> received_;
     bool stopping_ = false;
     std::thread thread_;

@@ -47,7 +47,7 @@ cflags=$(pkg-config --cflags kxcc)
 $CC -std=c99 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/header.c"
 $CXX -std=c++11 -Wall -Wextra -Wpedantic -Werror -fsyntax-only $cflags "$work/header.cpp"
 
-# Each example as C and as C++, one of them written in C++, and one by each line of the documentation.
+# Each C example as C and as C++, the C++ example, and one by each line of the documentation.
 build_with_pkg_config() {
     # shellcheck disable=SC2046,SC2086  # several words
     $1 $CFLAGS -Wall -Wextra -Werror -o "$work/$3" $2 $(pkg-config --cflags --libs kxcc)
@@ -89,7 +89,7 @@ if PKG_CONFIG_LIBDIR="$work/empty" cmake -G Ninja -S "$work" -B "$work/without" 
 fi
 grep -q 'kxcc needs cJSON' "$work/cmake.log" || fail "$(cat "$work/cmake.log")"
 
-# All of them on the device.
+# On the device.
 extender=$build/extender
 if [ ! -x "$extender" ]; then
     echo "no emulated device here: the examples were built, not run"

@@ -1,6 +1,6 @@
 #!/bin/sh
 # The device's client library as a plug-in: a program that knows nothing of it opens it at run time and calls it.
-# A library that wants its thread-local storage ready at the start cannot be had so.
+# musl refuses to open a library so whose thread-local storage has to be there at the program's start.
 # usage: plugin.sh BUILD SYSROOT QEMU: the device's build, its sysroot, what runs its programs
 set -eu
 work=$(mktemp -d)

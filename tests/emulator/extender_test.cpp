@@ -118,7 +118,7 @@ TEST_P(ExtenderKeepsTheHost, FromWhatACommandWrites) {
     EXPECT_GT(std::filesystem::file_size("j"), 0U);
 }
 
-// A user inside a device gets no /proc of that user's own, and without one nobody can look for leaks.
+// A user inside a device gets no /proc of that user's own, which the search for leaks needs.
 INSTANTIATE_TEST_SUITE_P(Rows, ExtenderKeepsTheHost,
                          testing::Values(User{"root", {}},
                                          User{"user",

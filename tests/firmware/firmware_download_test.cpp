@@ -352,7 +352,7 @@ TEST(Download, EndsOnAFullDiskAndResumesWhenThereIsRoom) {
     offer(device, server.url("/fw.bin"));
     put_status_file();
     write_file("/tmp/other", "of another program");
-    const RoomInTmp room(1200000);  // of which a program under ThreadSanitizer takes 512 KiB for itself
+    const RoomInTmp room(1200000);  // a program under ThreadSanitizer may take 512 KiB of it
     const Strings changes = watch({"download"});
     ASSERT_GE(changes.size(), 4U);
     EXPECT_THAT(Strings(changes.end() - 2, changes.end()), ElementsAre("20000 0", "start 0"));

@@ -45,7 +45,7 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
-// The library of this process may hold a connection to the broker of a device before.
+// The library of this process may still hold a connection to the broker of an earlier device.
 void connect_anew() {
     for (int i = 0; i < 3 && kxcc_get_link_status() < 0; ++i) {
     }

@@ -1,6 +1,6 @@
 #!/usr/bin/python3
 """Asks bash, zsh and fish for completions, as a user's key would, and holds the answers against rows typed by hand.
-usage: completions.py SOURCE BINARY [SHELL]...    (both folders of the build; extender's completion asks the program)
+usage: completions.py SOURCE BINARY [SHELL]...    (the tree and its build folder; extender's completion asks the program)
 
 In bash and zsh a key puts all answers into the line, and a second one writes the line to a file: nothing is read off the
 screen. fish answers "complete -C"."""
@@ -75,7 +75,7 @@ class Terminal:
             if not ready:
                 raise SystemExit("completions: the shell does not answer")
             if self.terminal in ready:
-                os.read(self.terminal, 65536)  # what the screen shows is nobody's concern
+                os.read(self.terminal, 65536)  # the screen is not looked at
             if self.fifo in ready:
                 got += os.read(self.fifo, 65536)
         return got.decode().rstrip("\n")

@@ -1,4 +1,5 @@
-// "/tmp" is everybody's, runs are killed at any instant, disks fill up, calls fail: what must hold then.
+// What must hold although others write in "/tmp", runs are killed at any instant, disks fill up and calls
+// fail.
 #include <gmock/gmock.h>
 #include <malloc.h>
 #include <sqlite3.h>

@@ -1,4 +1,4 @@
-// main() of tests that run inside an emulated device, each test program in its own.
+// main() of tests that run inside an emulated device, each process in its own.
 #include <gmock/gmock.h>
 
 #include <string_view>

@@ -20,7 +20,8 @@ namespace platform_test {
 
 using Bytes = std::vector<unsigned char>;
 
-/// A fresh folder for store, key and flash, named to the libraries by their variables.
+/// A fresh folder for store, key and flash: CLOUD_STORE_FILE names the store in it, the others are beside
+/// that.
 class StateFolder {
 public:
     StateFolder() : root_(std::filesystem::temp_directory_path() / "platform_XXXXXX") {

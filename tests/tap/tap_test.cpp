@@ -49,7 +49,7 @@ std::vector<json> _recorded(std::string_view kind) {
     return found;
 }
 
-// The members that a record has of whom ever wrote it.
+// The members of records that do not depend on who wrote them.
 std::vector<json> _without_time(std::vector<json> records) {
     for (json &record : records) {
         for (const char *name : {"seq", "t", "scripted", "body_hex", "bytes"}) {
