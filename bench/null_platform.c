@@ -12,9 +12,9 @@
 static int transfer(const WrpOpEntry *entry, int direction) {
     char path[64];
     const int reading = direction == WRP_READ;
-    /* The ids for writing and reading a record are neighbours; only the account's are not, so it reads as
-     * none. */
-    snprintf(path, sizeof path, "/mnt/null_%lx", (unsigned long)(entry->objectId + 1) / 2);
+    /* The ids for writing and reading a record are neighbours, but for the account's. */
+    const unsigned long id = entry->objectId == WRP_ACCOUNT_READ ? WRP_ACCOUNT_INSERT : entry->objectId;
+    snprintf(path, sizeof path, "/mnt/null_%lx", (id + 1) / 2);
     const int fd = open(path, reading ? O_RDONLY | O_CLOEXEC : O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     ssize_t done = 0;
     if (reading) {
