@@ -36,7 +36,7 @@ constexpr size_t kStackSizeMin = 256 * size_t{1024};
 }
 
 [[nodiscard]] bool _is_here(const CloudThread &thread) {
-    return thread.process == getpid();
+    return thread.process != 0 && thread.process == getpid();
 }
 
 }  // namespace
@@ -83,7 +83,7 @@ void cloud_thread_mark_self(CloudThread *thread) {
 }
 
 bool cloud_thread_is_self(const CloudThread &thread) {
-    return thread.id == _own_id();
+    return thread.id != 0 && thread.id == _own_id();
 }
 
 int32_t cloud_thread_send(int fd, uint32_t type, const char *text) {

@@ -76,16 +76,25 @@ template <auto kCall>
     return count == 0 && last < 0 ? -1 : static_cast<int>(count);
 }
 
+[[nodiscard]] ssize_t _read_in_time(int fd, void *buffer, size_t size) {
+    const int ready = cloud_ipc_wait(fd, kReceiveWaitMs);
+    if (ready == 0) {
+        errno = ETIME;
+    }
+    return ready > 0 ? read(fd, buffer, size) : -1;
+}
+
 // Returns the count read, less than `size` when the peer closed or after a failure or time-out;
 // -1 when nothing had been read before the failure.
-[[nodiscard]] ssize_t _read_all(int fd, void *buffer, size_t size) {
+// @param isHere  as a rule the bytes have come already: they are asked for without a wait first, which saves a call.
+[[nodiscard]] ssize_t _read_all(int fd, void *buffer, size_t size, bool isHere) {
     size_t done = 0;
     while (done < size) {
-        const int ready = cloud_ipc_wait(fd, kReceiveWaitMs);
-        if (ready == 0) {
-            errno = ETIME;
+        char *const at = static_cast<char *>(buffer) + done;
+        ssize_t count = isHere ? recv(fd, at, size - done, MSG_DONTWAIT) : -1;
+        if (!isHere || (count < 0 && errno == EAGAIN)) {
+            count = _read_in_time(fd, at, size - done);
         }
-        const ssize_t count = ready > 0 ? read(fd, static_cast<char *>(buffer) + done, size - done) : -1;
         if (count < 0 && done == 0) {
             return -1;
         }
@@ -103,7 +112,7 @@ template <auto kCall>
         CLOUD_ERROR_IN(call, "message string malloc error");
         return KXCC_ERROR_GENERAL;
     }
-    const ssize_t count = _read_all(fd, *body, length);
+    const ssize_t count = _read_all(fd, *body, length, true);
     // Also a short body is a text for whoever looks at it.
     (*body)[count > 0 ? count : 0] = '\0';
     if (count != static_cast<ssize_t>(length)) {
@@ -167,7 +176,7 @@ int32_t cloud_ipc_send(int fd, uint32_t type, const char *text) {
 
 int32_t cloud_ipc_recv(int fd, uint32_t *type, char **body) {
     FrameHeader header{};
-    const ssize_t count = _read_all(fd, header.data(), header.size());
+    const ssize_t count = _read_all(fd, header.data(), header.size(), false);
     if (count == 0) {
         return KXCC_ERROR_RECEIVE;  // the peer left between two messages, as it may
     }
