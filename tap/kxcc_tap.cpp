@@ -22,6 +22,7 @@
 
 #include "cloud_owner.h"
 #include "cloud_wire.h"
+#include "nearest_word.h"
 #include "tap_journal.h"
 #include "tap_link.h"
 #include "tap_socket.h"
@@ -48,6 +49,9 @@ constexpr std::string_view kUsage =
     "  --limit KIB     end when the journal has this size; 0: never (4096 for a file)\n"
     "  --restore       give the socket back that a killed kxcc-tap has left aside\n"
     "  --version, --help\n";
+
+constexpr std::array<std::string_view, 6> kOptions{"--socket",  "--wait",    "--limit",
+                                                   "--restore", "--version", "--help"};
 
 volatile sig_atomic_t g_signals = 0;
 
@@ -298,6 +302,22 @@ void _print(std::string_view text) {
     }
 }
 
+// Says what is wrong with a word that is none of those taken. @return the exit status.
+int _wrong_word(const char *word, bool journalTaken) {
+    const std::string_view near = nearest_word(word, kOptions);
+    if (near == word) {
+        dprintf(STDERR_FILENO, "kxcc-tap: %s needs a value\n", word);
+    } else if (word[0] != '-') {
+        dprintf(STDERR_FILENO, "kxcc-tap: %s: %s\n", word,
+                journalTaken ? "there is a JOURNAL already" : "no name of a JOURNAL");
+    } else {
+        dprintf(STDERR_FILENO, "kxcc-tap: there is no option %s%s%.*s%s (see kxcc-tap --help)\n", word,
+                near.empty() ? "" : "; did you mean ", static_cast<int>(near.size()), near.data(),
+                near.empty() ? "" : "?");
+    }
+    return 2;
+}
+
 // @return -1: go on; any other: the exit status.
 int _parse(int argc, char **argv, Options *options) {
     for (int i = 1; i < argc; ++i) {
@@ -315,7 +335,11 @@ int _parse(int argc, char **argv, Options *options) {
             options->wait = true;
         } else if (word == "--restore") {
             options->restore = true;
-        } else if (word == "--socket" && TapSocket::fits(value)) {
+        } else if (word == "--socket" && !value.empty()) {
+            if (!TapSocket::fits(value)) {
+                dprintf(STDERR_FILENO, "kxcc-tap: --socket: the path is too long: %s\n", argv[i + 1]);
+                return 2;
+            }
             options->socket = argv[++i];
         } else if (word == "--limit" && !value.empty()) {
             const auto read = std::from_chars(value.begin(), value.end(), options->limitKib);
@@ -328,8 +352,7 @@ int _parse(int argc, char **argv, Options *options) {
         } else if (options->journal == nullptr && !word.empty() && word[0] != '-') {
             options->journal = argv[i];
         } else {
-            dprintf(STDERR_FILENO, "kxcc-tap: %s is not understood; see kxcc-tap --help\n", argv[i]);
-            return 2;
+            return _wrong_word(argv[i], options->journal != nullptr);
         }
     }
     return -1;

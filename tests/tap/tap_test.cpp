@@ -175,6 +175,20 @@ TEST(Tap, IsMendedByOneCommandAfterAKill) {
     EXPECT_EQ(_inode(kAside), 0U);
 }
 
+TEST(Tap, NamesAWordThatItDoesNotTake) {
+    const std::string longPath = "/" + std::string(200, 'x');
+    for (const auto &[words, told] : {
+             std::pair{std::vector<std::string>{"--wiat"}, "no option --wiat; did you mean --wait?"},
+             {{"--limit"}, "--limit needs a value"},
+             {{"--socket", longPath}, "the path is too long"},
+             {{"one", "two"}, "two: there is a JOURNAL already"},
+         }) {
+        const auto run = _start_tap(words).wait();
+        EXPECT_EQ(run.status, 2) << told;
+        EXPECT_THAT(run.err, testing::HasSubstr(told));
+    }
+}
+
 TEST(Tap, FollowsABrokerThatStartsAgain) {
     Neighbours device;
     device.broker.stop();
