@@ -18,8 +18,9 @@
 namespace {
 
 constexpr char kTool[] = "cloud_image";
-constexpr std::array kCommands{"make", "info"};
+constexpr std::array kCommands{"make", "info", "--help", "--version"};
 constexpr std::array kMakeOptions{"--version", "--size", "--payload", "-o"};
+constexpr std::array kInfoOptions{"--json"};
 
 struct MakeOptions {
     const char *version = nullptr;
@@ -141,13 +142,19 @@ private:
     return 0;
 }
 
+// @param reason  errno; 0: the file opens, but is no regular one.
+[[nodiscard]] const char *_open_fault(int reason) {
+    return reason != 0 ? strerror(reason) : "it is no regular file";
+}
+
 [[nodiscard]] int _make(const MakeOptions &options) {
     if (options.payload != nullptr) {
+        errno = 0;
         int payload = image_open(options.payload);
         const UniqueFd owner(payload);
         struct stat found {};
         if (!owner.ok() || fstat(payload, &found) != 0) {
-            return _failed(options.payload, "no regular file that can be read");
+            return _failed(options.payload, _open_fault(errno));
         }
         return _make_from(options, payload, static_cast<uint64_t>(found.st_size), _fill_from_file, &payload);
     }
@@ -179,12 +186,12 @@ void _print_json(const ImageHeader &header) {
 [[nodiscard]] int _info(const char *path, bool json) {
     errno = 0;
     const UniqueFd image(image_open(path));
-    const int reason = errno;
+    const char *const fault = image.ok() ? nullptr : _open_fault(errno);
     ImageHeader header;
     const ImageError error = image.ok() ? image_check(image.get(), -1, &header) : kImageUnreadable;
     if (error != kImageGood) {
         fprintf(stderr, "cloud_image: %s: error %d, %s%s%s\n", path, error, image_errorText(error),
-                image.ok() || reason == 0 ? "" : ": ", image.ok() || reason == 0 ? "" : strerror(reason));
+                fault != nullptr ? ": " : "", fault != nullptr ? fault : "");
         return kExitFailed;
     }
     if (json) {
@@ -193,7 +200,7 @@ void _print_json(const ImageHeader &header) {
         printf("version: %s\npayload: %u bytes\nchecksum: good\n", header.version,
                static_cast<unsigned>(image_payloadLength(header)));
     }
-    return fflush(stdout) == 0 ? 0 : kExitFailed;
+    return 0;
 }
 
 // Says what is wrong with a command line that this tool does not know.
@@ -208,12 +215,13 @@ void _print_json(const ImageHeader &header) {
             return tool_wrongWord(kTool, "option", argv[i], kMakeOptions);
         }
     }
+    if (command == "info" && argc > 2 && argv[2][0] == '-' && strcmp(argv[2], kInfoOptions[0]) != 0) {
+        return tool_wrongWord(kTool, "option", argv[2], kInfoOptions);
+    }
     return _usage(stderr, kExitUsage);
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+[[nodiscard]] int _run(int argc, char **argv) {
     const std::string_view command = argc > 1 ? argv[1] : "";
     if (argc == 2 && (command == "-h" || command == "--help")) {
         return _usage(stdout, 0);
@@ -230,4 +238,10 @@ int main(int argc, char **argv) {
         return _make(options);
     }
     return _wrong_use(argc, argv);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    return tool_ended(kTool, _run(argc, argv));
 }

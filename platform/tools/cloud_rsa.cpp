@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 
@@ -19,7 +20,7 @@
 namespace {
 
 constexpr char kTool[] = "cloud_rsa";
-constexpr std::array kCommands{"encrypt", "decrypt", "public"};
+constexpr std::array kCommands{"encrypt", "decrypt", "public", "--help", "--version"};
 constexpr size_t kLongestInput = 4096;  // a cipher text takes 345 bytes, a tool may have wrapped it
 constexpr size_t kPemBytes = 1024;      // a 2048-bit public key takes 451 bytes
 
@@ -57,50 +58,69 @@ struct KeyTexts {
     return fputs(reinterpret_cast<const char *>(pem), stdout) >= 0 ? 0 : kExitFailed;  // ends in a newline
 }
 
-// While it exists the terminal does not show what is typed.
+termios g_shown;  // the terminal's setting that a signal brings back
+
+void _show_and_end(int signal) {
+    tcsetattr(STDIN_FILENO, TCSANOW, &g_shown);
+    raise(signal);  // as it would have been: the handler holds once
+}
+
+// While it exists standard input, a terminal, does not show what is typed. A signal that ends the tool, or
+// stops it, first brings that back: the shell that goes on there may not.
 class SilentTerminal {
 public:
-    explicit SilentTerminal(int fd) : fd_(fd) {
-        held_ = tcgetattr(fd, &before_) == 0;
-        termios silent = before_;
+    SilentTerminal() {
+        held_ = tcgetattr(STDIN_FILENO, &g_shown) == 0;
+        struct sigaction action {};
+        action.sa_handler = _show_and_end;
+        action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+        for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGTSTP}) {
+            struct sigaction before {};
+            if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler == SIG_DFL) {
+                sigaction(signal, &action, nullptr);
+            }
+        }
+        termios silent = g_shown;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         silent.c_lflag |= ECHONL;
-        held_ = held_ && tcsetattr(fd, TCSAFLUSH, &silent) == 0;
+        held_ = held_ && tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent) == 0;
     }
     SilentTerminal(const SilentTerminal &) = delete;
     SilentTerminal &operator=(const SilentTerminal &) = delete;
     ~SilentTerminal() {
         if (held_) {
-            tcsetattr(fd_, TCSAFLUSH, &before_);
+            tcsetattr(STDIN_FILENO, TCSAFLUSH, &g_shown);
         }
     }
 
 private:
-    int fd_;
     bool held_ = false;
-    termios before_{};
 };
 
 // A text on the command line can be read by every user of the host while the tool runs, and stays in the
 // shell's history: without one it is asked for, or comes through a pipe. Its last newline is not part of it.
-[[nodiscard]] bool _read_text(const char *question, std::span<char> room) {
+// @return what is wrong with the text; null when it was read.
+[[nodiscard]] const char *_read_text(const char *question, std::span<char> room) {
     ssize_t length = 0;
     const std::span<unsigned char> bytes(reinterpret_cast<unsigned char *>(room.data()), room.size());
     if (isatty(STDIN_FILENO) != 0) {
-        const SilentTerminal silent(STDIN_FILENO);
+        const SilentTerminal silent;
         fputs(question, stderr);
         length = read(STDIN_FILENO, room.data(), room.size());
     } else {
         length = state_readAll(STDIN_FILENO, bytes);
     }
-    if (length < 0 || static_cast<size_t>(length) >= room.size()) {
-        return false;
+    if (length < 0) {
+        return strerror(errno);
+    }
+    if (static_cast<size_t>(length) >= room.size()) {
+        return "the text is too long";
     }
     if (length > 0 && room[static_cast<size_t>(length) - 1] == '\n') {
         --length;
     }
     room[static_cast<size_t>(length)] = '\0';
-    return strlen(room.data()) == static_cast<size_t>(length);
+    return strlen(room.data()) == static_cast<size_t>(length) ? nullptr : "the text holds a NUL";
 }
 
 [[nodiscard]] int _usage(FILE *output, int status) {
@@ -119,9 +139,7 @@ private:
     return strcmp(word, "-h") == 0 || strcmp(word, "--help") == 0;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+[[nodiscard]] int _run(int argc, char **argv) {
     const char *const command = argc > 1 ? argv[1] : "";
     const bool ended = argc > 2 && strcmp(argv[2], "--") == 0;  // whatever follows is no option
     const char *text = argc == (ended ? 4 : 3) ? argv[argc - 1] : nullptr;
@@ -142,8 +160,10 @@ int main(int argc, char **argv) {
     }
     SecretBuffer<kLongestInput> typed;
     if ((encrypts || decrypts) && text == nullptr) {
-        if (!_read_text(encrypts ? "Text to encrypt: " : "Cipher text: ", {typed.data(), kLongestInput})) {
-            return _print(nullptr, "the text is too long, holds a NUL, or cannot be read");
+        const char *const question = encrypts ? "Text to encrypt: " : "Cipher text: ";
+        if (const char *const fault = _read_text(question, {typed.data(), kLongestInput})) {
+            fprintf(stderr, "%s: standard input: %s\n", kTool, fault);
+            return kExitFailed;
         }
         text = typed.data();
     }
@@ -159,4 +179,10 @@ int main(int argc, char **argv) {
         return _encrypt(&keys, text);
     }
     return decrypts ? _decrypt(&keys, text) : _public(keys);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    return tool_ended(kTool, _run(argc, argv));
 }

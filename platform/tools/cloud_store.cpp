@@ -17,7 +17,7 @@
 namespace {
 
 constexpr char kTool[] = "cloud_store";
-constexpr std::array kCommands{"dump", "get", "set", "clear"};
+constexpr std::array kCommands{"dump", "get", "set", "clear", "--help", "--version"};
 
 constexpr size_t kLongestRecord = WRP_UPGRADE_INFO_BYTES;
 using RecordBytes = std::array<unsigned char, kLongestRecord>;
@@ -279,9 +279,7 @@ void _set_number(const Field &field, uint32_t value, RecordBytes *bytes) {
     return status;
 }
 
-}  // namespace
-
-int main(int argc, char **argv) {
+[[nodiscard]] int _run(int argc, char **argv) {
     const char *const command = argc > 1 ? argv[1] : "";
     const auto is = [&](const char *name, int words) { return argc == words && strcmp(command, name) == 0; };
     if (is("-h", 2) || is("--help", 2)) {
@@ -313,4 +311,10 @@ int main(int argc, char **argv) {
         return _get(*record);
     }
     return is("set", 4) ? _set(*record, argv[3]) : _clear(*record);
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    return tool_ended(kTool, _run(argc, argv));
 }

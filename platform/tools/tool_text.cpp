@@ -36,7 +36,7 @@ bool tool_answersVersion(const char *tool, int argc, char **argv) {
 
 int tool_wrongWord(const char *tool, const char *kind, const char *word, std::span<const char *const> known) {
     const std::string_view near = nearest_word(word, known);
-    fprintf(stderr, "%s: there is no %s %s", tool, kind, word);
+    fprintf(stderr, "%s: there is no %s %s", tool, word[0] == '-' ? "option" : kind, word);
     if (!near.empty()) {
         fprintf(stderr, "; did you mean %.*s?", static_cast<int>(near.size()), near.data());
     }
@@ -47,4 +47,13 @@ int tool_wrongWord(const char *tool, const char *kind, const char *word, std::sp
 int tool_fileFailed(const char *tool, const char *path, const char *what, int reason) {
     fprintf(stderr, "%s: %s: cannot be %s: %s\n", tool, path, what, _reason_text(reason));
     return kExitFailed;
+}
+
+int tool_ended(const char *tool, int status) {
+    errno = 0;
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) {
+        return status;
+    }
+    const int failed = tool_fileFailed(tool, "standard output", "written", errno);
+    return status != 0 ? status : failed;
 }

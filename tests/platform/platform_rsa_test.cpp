@@ -1,6 +1,10 @@
 // The reference RSA library and its tool, against themselves and against openssl.
 
 #include <gmock/gmock.h>
+#include <pty.h>
+#include <termios.h>
+#include <unistd.h>
+#include <utmp.h>
 
 #include <algorithm>
 #include <cstring>
@@ -181,6 +185,8 @@ TEST(RsaTool, AnswersWrongUseWithItsUsage) {
          {std::pair{"cloud_rsa encypt", "no command encypt; did you mean encrypt?"},
           std::pair{"cloud_store get acount", "no record acount; did you mean account?"},
           std::pair{"cloud_image make --versoin 1", "did you mean --version?"},
+          std::pair{"cloud_store --verison", "no option --verison; did you mean --version?"},
+          std::pair{"cloud_image info --jsn image", "no option --jsn; did you mean --json?"},
           std::pair{"cloud_rsa other", "no command other"}}) {
         const Ran ran = shell(line);
         EXPECT_EQ(ran.status, 2) << line;
@@ -191,9 +197,41 @@ TEST(RsaTool, AnswersWrongUseWithItsUsage) {
     write_file(state.root() / "broken", "no key");
     EXPECT_THAT(shell("CLOUD_RSA_KEY_FILE='" + (state.root() / "broken").string() + "' cloud_rsa public").out,
                 testing::HasSubstr("/broken: cannot be read or made: it does not hold"));
+    EXPECT_THAT(shell("cloud_image make --version 1 --payload /nowhere -o /nowhere/x").out,
+                testing::HasSubstr("/nowhere: No such file"));
+    for (const char *line : {"cloud_rsa public", "cloud_store dump", "cloud_store --help"}) {
+        const Ran full = shell(std::string(line) + " >/dev/full");
+        EXPECT_EQ(full.status, 1) << line;
+        EXPECT_THAT(full.out, testing::HasSubstr("standard output: cannot be written: No space left"));
+    }
     for (const std::string text : {"--help", "--", "-x"}) {
         EXPECT_EQ(shell("cloud_rsa decrypt -- \"$(cloud_rsa encrypt -- " + text + ")\"").out, text + "\n");
     }
+}
+
+TEST(RsaTool, ShowsWhatIsTypedAgainWhenItIsInterrupted) {
+    const StateFolder state;
+    const std::string tool = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "cloud_rsa";
+    int terminal = -1;
+    int inside = -1;
+    ASSERT_EQ(openpty(&terminal, &inside, nullptr, nullptr, nullptr), 0);
+    Child asking([&] {
+        login_tty(inside);
+        return execl(tool.c_str(), "cloud_rsa", "encrypt", nullptr);
+    });
+    const auto echoes = [&] {
+        termios now{};
+        return tcgetattr(inside, &now) == 0 && (now.c_lflag & ECHO) != 0;
+    };
+    char byte = 0;
+    while (byte != ':' && read(terminal, &byte, 1) == 1) {
+    }
+    EXPECT_FALSE(echoes());
+    EXPECT_EQ(write(terminal, "\x03", 1), 1);
+    EXPECT_EQ(asking.wait(), -1) << "the signal ends it";
+    EXPECT_TRUE(echoes());
+    close(terminal);
+    close(inside);
 }
 
 }  // namespace
