@@ -122,9 +122,9 @@ Steps _unbinding_steps() {
 
 // @return 0; 1 when a step did not end as expected (which is shown).
 int _play(std::FILE *sink, const std::string &name) {
-    std::cout
-        << "An emulated extender. $: typed on it. Below it, who said what to whom; what repeats is shown "
-           "once.\n";
+    std::cout << in_lines(
+        "An emulated extender. $: typed on it. Below it, who said what to whom; what repeats is shown once.",
+        demo_style().columns);
     Device device({{"rules", {{{"on", "request"}, {"method", "bindDevice"}, {"do", {{"pending", 1}}}}}}}, {},
                   sink);
     ImageServer server(device.journal());

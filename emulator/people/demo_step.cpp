@@ -12,8 +12,10 @@
 namespace emulator {
 namespace {
 
-constexpr size_t kLineWidth = 110;
-constexpr size_t kWordWidth = 40;
+constexpr size_t kUsualColumns = 80;
+constexpr size_t kWordWidth = 40;  // of a command; less where the line ends
+constexpr size_t kLeastWord = 16;
+constexpr size_t kTab = 8;
 
 std::string _base64(std::string_view text) {
     constexpr std::string_view kLetters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -30,8 +32,13 @@ std::string _base64(std::string_view text) {
     return result;
 }
 
-std::string _shortened(const std::string &text, size_t width) {
-    return text.size() <= width ? text : text.substr(0, width) + "... (" + std::to_string(text.size()) + ")";
+// What does not fit is cut; how long it was as it was printed stands behind it.
+std::string _shortened(const std::string &text, size_t columns, size_t printed) {
+    if (text.size() <= columns) {
+        return text;
+    }
+    const std::string end = "... (" + std::to_string(printed) + ")";
+    return text.substr(0, columns > end.size() ? columns - end.size() : 0) + end;
 }
 
 // Where a console message comes from is left out, and so is each percent of a download.
@@ -44,7 +51,7 @@ bool _is_news(const json &record) {
 }
 
 void _show_records(const std::vector<json> &records) {
-    TextStyle style = TextStyle::of(STDOUT_FILENO);
+    TextStyle style = demo_style();
     style.indent = "  ";
     SequenceText text(std::cout, style);
     if (std::any_of(records.begin(), records.end(), _is_news)) {
@@ -58,11 +65,16 @@ void _show_records(const std::vector<json> &records) {
     text.flush();
 }
 
+// Tabs become the blanks that a terminal would show.
 std::string _indented(const std::string &text) {
     std::string result;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
-        result += "   " + _shortened(line, kLineWidth) + '\n';
+        std::string shown = "   ";
+        for (const char byte : line) {
+            shown.append(byte == '\t' ? kTab - shown.size() % kTab : 1, byte == '\t' ? ' ' : byte);
+        }
+        result += _shortened(shown, demo_style().columns, line.size()) + '\n';
     }
     return result;
 }
@@ -86,23 +98,29 @@ std::string _fault(const Step &step, const Run &run, const std::vector<json> &re
 
 }  // namespace
 
+TextStyle demo_style() {
+    return TextStyle::of(STDOUT_FILENO, kUsualColumns);
+}
+
 bool play_step(Device &device, const Step &step) {
     if (!step.title.empty()) {
-        std::cout << "\n== " << step.title << '\n';
+        std::cout << '\n' << in_lines("== " + step.title, demo_style().columns);
     }
     if (step.before) {
         step.before(device);
     }
     std::vector<std::string> argv;
-    std::cout << "   $";
+    std::string line = "   $";
     for (const std::string &word : step.argv) {
         const std::string text = word.substr(std::min<size_t>(4, word.size()));
         argv.push_back(word.starts_with("rsa:")   ? device.encrypt(text)
                        : word.starts_with("b64:") ? _base64(text)
                                                   : word);
-        std::cout << ' ' << _shortened(argv.back(), kWordWidth);
+        const size_t columns = demo_style().columns;
+        const size_t left = columns > line.size() + 1 ? columns - line.size() - 1 : 0;
+        line += ' ' + _shortened(argv.back(), std::clamp(left, kLeastWord, kWordWidth), argv.back().size());
     }
-    std::cout << std::endl;
+    std::cout << line << std::endl;
     const int before = device.journal().last();
     const Run run = step.how ? step.how(device, argv) : device.run(argv);
     const std::vector<json> records = device.journal().after(before);

@@ -7,6 +7,7 @@
 
 #include "device.h"
 #include "image_server.h"
+#include "sequence_text.h"
 
 namespace emulator {
 
@@ -19,6 +20,9 @@ struct Step {
     std::function<void(Device &)> before = {};
     std::function<Run(Device &, const std::vector<std::string> &)> how = {};  // to run it; empty: to its end
 };
+
+/// How the demo writes to standard output: in the width of its terminal, or in 80 columns.
+[[nodiscard]] TextStyle demo_style();
 
 /// Plays a step on standard output. @return whether all was as expected; what was not is shown.
 [[nodiscard]] bool play_step(Device &device, const Step &step);

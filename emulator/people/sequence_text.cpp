@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ostream>
+#include <sstream>
 #include <string_view>
 
 #include "progress.h"
@@ -16,8 +17,7 @@ constexpr size_t kLaneWidth = 5;
 constexpr size_t kNarrowLaneWidth = 3;
 constexpr size_t kNarrow = 70;      // below this the lanes move together
 constexpr size_t kVeryNarrow = 45;  // and below this there are none
-constexpr size_t kUsualColumns = 100;
-constexpr size_t kMemory = 4;  // lines within which something counts as repeated
+constexpr size_t kMemory = 4;       // lines within which something counts as repeated
 
 struct Signs {
     const char *lane, *line, *implied, *left, *right, *lost;
@@ -69,14 +69,27 @@ std::string in_columns(const std::string &text, size_t columns) {
     return text.substr(0, end) + (columns > 3 ? "..." : "");
 }
 
-TextStyle TextStyle::of(int fd) {
+std::string in_lines(const std::string &text, size_t columns) {
+    std::string lines;
+    size_t used = 0;
+    std::istringstream words(text);
+    for (std::string word; words >> word; used += _columns(word)) {
+        if (used > 0) {
+            const bool fits = used + 1 + _columns(word) <= columns;
+            lines += fits ? ' ' : '\n';
+            used = fits ? used + 1 : 0;
+        }
+        lines += word;
+    }
+    return lines + '\n';
+}
+
+TextStyle TextStyle::of(int fd, size_t usualColumns) {
     TextStyle style;
     const size_t columns = terminal_columns(fd);
     const char *const told = std::getenv("COLUMNS");
     const int toldColumns = told != nullptr ? std::atoi(told) : 0;
-    style.columns = columns > 0       ? columns
-                    : toldColumns > 0 ? static_cast<size_t>(toldColumns)
-                                      : kUsualColumns;
+    style.columns = columns > 0 ? columns : toldColumns > 0 ? static_cast<size_t>(toldColumns) : usualColumns;
     const char *const noColour = std::getenv("NO_COLOR");
     style.colour = columns > 0 && (noColour == nullptr || *noColour == '\0');
     for (const char *name : {"LC_ALL", "LC_CTYPE", "LANG"}) {

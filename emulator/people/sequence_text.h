@@ -17,9 +17,9 @@ struct TextStyle {
     bool times = true;
     std::string indent;
 
-    /// What suits a descriptor: the width of its terminal (COLUMNS, or 100, where it is none), colour only on
-    /// a terminal and without NO_COLOR, signs by the locale's variables.
-    [[nodiscard]] static TextStyle of(int fd);
+    /// What suits a descriptor: the width of its terminal (COLUMNS, or the usual one, where it is none),
+    /// colour only on a terminal and without NO_COLOR, signs by the locale's variables.
+    [[nodiscard]] static TextStyle of(int fd, size_t usualColumns = 100);
 };
 
 class SequenceText {
@@ -48,5 +48,8 @@ private:
 
 /// The text in at most so many columns; "..." where it was cut.
 [[nodiscard]] std::string in_columns(const std::string &text, size_t columns);
+
+/// The text in lines of at most so many columns, each with its end, broken between words.
+[[nodiscard]] std::string in_lines(const std::string &text, size_t columns);
 
 }  // namespace emulator
