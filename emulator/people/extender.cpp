@@ -20,7 +20,9 @@ constexpr auto kCommands = {emulator::add_run,      emulator::add_shell,    emul
                             emulator::add_explain,  emulator::add_sweep,    emulator::add_web};
 
 // Names a word that is none of those known, with the nearest of them. @return whether it is none.
-bool _is_wrong(const char *kind, const std::string &word, const std::vector<std::string> &known) {
+// @param before  the words before it that were taken, the program's name first.
+bool _is_wrong(const char *kind, const std::string &word, const std::vector<std::string> &known,
+               const std::string &before) {
     if (std::ranges::find(known, word) != known.end()) {
         return false;
     }
@@ -28,7 +30,7 @@ bool _is_wrong(const char *kind, const std::string &word, const std::vector<std:
     if (const std::string_view near = nearest_word(word, known); !near.empty()) {
         std::cerr << "; did you mean " << near << '?';
     }
-    std::cerr << " (see extender --help)\n";
+    std::cerr << " (see " << before << " --help)\n";
     return true;
 }
 
@@ -53,23 +55,39 @@ std::vector<std::string> _options(const CLI::App &app) {
 // The parser's own message names what follows a word that it does not know, not the word.
 bool _has_wrong_word(const CLI::App &app, std::span<char *const> words) {
     const CLI::App *command = &app;
+    std::string before = "extender";
     for (const std::string word : words) {
         if (word == "--") {
             break;
         }
         const std::vector<std::string> commands = _commands(*command);
         if (word.starts_with("--")) {
-            if (_is_wrong("option", word.substr(0, word.find('=')), _options(*command))) {
+            if (_is_wrong("option", word.substr(0, word.find('=')), _options(*command), before)) {
                 return true;
             }
         } else if (!commands.empty() && !word.starts_with('-')) {
-            if (_is_wrong("command", word, commands)) {
+            if (_is_wrong("command", word, commands, before)) {
                 return true;
             }
             command = command->get_subcommand(word);
+            before += ' ' + word;
         }
     }
     return false;
+}
+
+// Prints what was asked for (a help text, the version) or what is wrong. @return the exit status.
+int _tell(const CLI::App &app, const CLI::ParseError &error) {
+    if (error.get_exit_code() == 0) {
+        return app.exit(error);
+    }
+    std::string before = "extender";
+    for (const CLI::App *command = &app; !command->get_subcommands().empty();) {
+        command = command->get_subcommands().front();
+        before += ' ' + command->get_name();
+    }
+    std::cerr << "extender: " << error.what() << " (see " << before << " --help)\n";
+    return emulator::kNoDevice;
 }
 
 }  // namespace
@@ -93,7 +111,7 @@ int main(int argc, char **argv) try {
             throw CLI::RequiredError("A subcommand");
         }
     } catch (const CLI::ParseError &error) {
-        return app.exit(error) == 0 ? 0 : emulator::kNoDevice;
+        return _tell(app, error);
     }
     return status;
 } catch (const std::exception &error) {

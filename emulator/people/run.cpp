@@ -60,7 +60,7 @@ void emulator::add_run(CLI::App &app, int &status) {
     CLI::Option *replay =
         command
             ->add_option("--replay", run->replay, "Journal whose broker answers, instead of the emulator's")
-            ->check(CLI::ExistingFile);
+            ->check(readable_file());
     command->add_flag("--fast", run->fast, "Its answers come at once")->needs(replay);
     command->add_option("command", run->words, "The command, after --")->required();
     command->callback([run, &status] {

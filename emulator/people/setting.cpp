@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <optional>
 #include <system_error>
 
@@ -47,7 +48,27 @@ File _open_journal(const std::string &path) {
     return sink;
 }
 
+// A file is not opened to find out: it may be a pipe. @return "", or what is wrong.
+std::string _fault(const std::string &path, int mode, bool folder) {
+    struct stat found {};
+    if (stat(path.c_str(), &found) != 0) {
+        return path + ": " + std::strerror(errno);
+    }
+    if (S_ISDIR(found.st_mode) != folder) {
+        return path + ": " + std::strerror(folder ? ENOTDIR : EISDIR);
+    }
+    return access(path.c_str(), mode) == 0 ? "" : path + ": " + std::strerror(errno);
+}
+
 }  // namespace
+
+CLI::Validator emulator::readable_file() {
+    return {[](const std::string &path) { return _fault(path, R_OK, false); }, "FILE"};
+}
+
+CLI::Validator emulator::readable_folder() {
+    return {[](const std::string &path) { return _fault(path, R_OK | X_OK, true); }, "DIR"};
+}
 
 void emulator::add_journal_option(CLI::App &command, Setting &setting) {
     command.add_option("--journal", setting.journal,
@@ -59,11 +80,11 @@ void emulator::add_journal_option(CLI::App &command, Setting &setting) {
 void emulator::add_device_options(CLI::App &command, Setting &setting) {
     add_journal_option(command, setting);
     command.add_option("--scenario", setting.scenario, "Faults and start values, JSON")
-        ->check(CLI::ExistingFile);
+        ->check(readable_file());
     command.add_option("--cloud", setting.cloud, "Changes to the model of the cloud, JSON")
-        ->check(CLI::ExistingFile);
+        ->check(readable_file());
     command.add_option("--flash", setting.device.flash, "Folder that is the flash and outlives the run")
-        ->check(CLI::ExistingDirectory);
+        ->check(readable_folder());
 }
 
 int emulator::in_device(const Setting &setting,

@@ -21,6 +21,10 @@ struct Setting {
     DeviceOptions device;
 };
 
+/// Of an option whose value is a file to read, or a folder (DIR) to look into: says why it cannot be.
+[[nodiscard]] CLI::Validator readable_file();
+[[nodiscard]] CLI::Validator readable_folder();
+
 /// Adds --journal and --name.
 void add_journal_option(CLI::App &command, Setting &setting);
 

@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "point.h"
+#include "setting.h"
 #include "sweep.h"
 
 void emulator::add_sweep(CLI::App &app, int &status) {
@@ -46,9 +47,9 @@ void emulator::add_sweep(CLI::App &app, int &status) {
                      "A command that makes the device's state before; may be repeated")
         ->allow_extra_args(false);
     command->add_option("--scenario", options.scenario, "Faults and start values, JSON")
-        ->check(CLI::ExistingFile);
+        ->check(readable_file());
     command->add_option("--cloud", options.cloud, "Changes to the model of the cloud, JSON")
-        ->check(CLI::ExistingFile);
+        ->check(readable_file());
     command->add_flag("--all", asked->all, "Every command of cloud_msg in turn");
     command->add_flag("--worker", asked->worker)->group("");
     command->add_option("command", asked->command.words,

@@ -25,16 +25,17 @@ bool _is_record(const json &line) {
 
 JournalReader::JournalReader(const std::string &path, bool follow)
     : input_(path == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
-                         : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+                         : open(path.c_str(), O_RDONLY | O_CLOEXEC)),
+      name_(path == "-" ? "standard input" : path) {
     struct stat status {};
     if (!input_.ok() || fstat(input_.get(), &status) != 0) {
-        _fail(path);
+        _fail(name_);
     }
     if (follow && S_ISREG(status.st_mode)) {
         growth_.reset(inotify_init1(IN_CLOEXEC));
         const std::string same = "/proc/self/fd/" + std::to_string(input_.get());
         if (!growth_.ok() || inotify_add_watch(growth_.get(), same.c_str(), IN_MODIFY) < 0) {
-            _fail(path);
+            _fail(name_);
         }
     }
 }
@@ -65,7 +66,7 @@ bool JournalReader::_fill() {
             return true;
         }
         if (size < 0 && errno != EINTR && errno != ECONNRESET) {
-            _fail("journal");
+            _fail(name_);
         }
         if (size == 0 && growth_.ok()) {
             _await_growth();

@@ -34,6 +34,7 @@ private:
     void _await_growth();
 
     Descriptor input_;
+    std::string name_ = "the device's journal";
     Descriptor growth_;    // reports changes of a file that is followed
     std::string rest_;     // read, and not yet handed out
     size_t searched_ = 0;  // bytes of it that hold no end of a line
