@@ -197,6 +197,8 @@ test('it looks right, light and dark, narrow and wide', async () => {
       // A control whose text does not fit shows a part of it.
       const cut = await page.$$eval('button, .button, legend, dt, th, h2', (all) => all.filter((one) => one.scrollWidth > one.clientWidth + 1 && getComputedStyle(one).display !== 'inline').map((one) => one.textContent));
       assert.deepEqual(cut, [], `${scheme} ${width}: cut text`);
+      const beyond = await page.$$eval('.scroll', (all) => all.filter((one) => one.scrollWidth > one.clientWidth).map((one) => one.textContent));
+      assert.deepEqual(beyond, [], `${scheme} ${width}: a table wider than its place`);
       await page.evaluate(axe);
       const found = await page.evaluate(async () => (await window.axe.run()).violations.map(({ id, impact, nodes }) => ({ id, impact, where: nodes.map((node) => node.html.slice(0, 120)) })));
       assert.deepEqual(found.filter(({ impact }) => impact === 'serious' || impact === 'critical'), [], `${scheme} ${width}`);

@@ -58,10 +58,10 @@ export function showState(state) {
   byId('progress').value = percent;
 }
 
-function table(columns, rows) {
-  return make('div', { className: 'scroll', tabIndex: 0, role: 'group', 'aria-label': 'Table' }, make('table', {},
+function table(columns, rows, className = '') {
+  return make('div', { className: 'scroll', tabIndex: 0, role: 'group', 'aria-label': 'Table' }, make('table', { className },
     make('thead', {}, make('tr', {}, ...columns.map((name) => make('th', { scope: 'col' }, name)))),
-    make('tbody', {}, ...rows.map((cells) => make('tr', {}, ...cells.map((cell) => make('td', {}, cell)))))));
+    make('tbody', {}, ...rows.map((cells) => make('tr', {}, ...cells.map((cell, i) => make('td', { 'data-column': columns[i] }, cell)))))));
 }
 
 async function filesTable() {
@@ -108,7 +108,7 @@ function editor(rows, columns, fresh, save, extra = []) {
     const remove = make('button', { type: 'button' }, 'Remove');
     remove.addEventListener('click', () => { list.splice(list.indexOf(row), 1); draw(); });
     return [...columns.map((column) => field(row, column)), remove];
-  })));
+  }), 'edited'));
   const button = (text, action) => {
     const one = make('button', { type: 'button' }, text);
     one.addEventListener('click', action);
