@@ -29,7 +29,8 @@ std::string _text(const json &object, const char *name) {
     return object.at(name);
 }
 
-const json &_account(const json &model, const std::string &name) {
+const json &_account(const json &model, const json &params) {
+    const std::string name = _text(params, "cloudUserName");
     for (const json &account : model.at("accounts")) {
         if (_same_name(account.at("name"), name)) {
             return account;
@@ -39,7 +40,7 @@ const json &_account(const json &model, const std::string &name) {
 }
 
 const json &_logged_in(const json &model, const json &params) {
-    const json &account = _account(model, _text(params, "cloudUserName"));
+    const json &account = _account(model, params);
     if (account.at("password") != _text(params, "cloudPassword")) {
         throw Refusal(kCloudWrongPassword, "Password incorrect");
     }

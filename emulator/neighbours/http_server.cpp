@@ -19,8 +19,11 @@ constexpr size_t kRequestsEach = 1000;  // on one connection
 // A thread for each connection, made when that comes: most devices are asked for no image at all. All calls
 // come from the server's own thread.
 class ConnectionThreads : public httplib::TaskQueue {
+    // Later versions of the library want to hear whether it is taken.
+    using Taken = decltype(std::declval<httplib::TaskQueue &>().enqueue(nullptr));
+
 public:
-    void enqueue(std::function<void()> serve) override {
+    Taken enqueue(std::function<void()> serve) override {
         served_.remove_if([](Served &served) {
             const bool done = served.done;
             if (done) {
@@ -33,6 +36,7 @@ public:
             serve();
             served.done = true;
         });
+        return static_cast<Taken>(true);
     }
 
     void shutdown() override {
