@@ -50,7 +50,7 @@ void emulator::add_sweep(CLI::App &app, int &status) {
         ->check(readable_file());
     command->add_option("--cloud", options.cloud, "Changes to the model of the cloud, JSON")
         ->check(readable_file());
-    command->add_flag("--all", asked->all, "Every command of cloud_msg in turn");
+    command->add_flag("--all", asked->all, "Every command of cloud_msg");
     command->add_flag("--worker", asked->worker)->group("");
     command->add_option("command", asked->command.words,
                         "The command, after --; a word rsa:TEXT becomes TEXT, enciphered");

@@ -80,8 +80,8 @@ std::vector<Fall> judge_run(const Point &point, const Good &good, const Outcome 
             falls.push_back({"status", _ending(outcome)});
         }
     }
-    // A close that did not happen leaves what it was to close.
-    if (outcome.reported && !(point.kind == "syscalls" && point.place == "close")) {
+    // A close that did not happen leaves what it was to close; a restart comes in the middle of anything.
+    if (outcome.reported && !outcome.restarted && !(point.kind == "syscalls" && point.place == "close")) {
         for (const std::string &target : outcome.open) {
             if (!good.open.contains(target)) {
                 falls.push_back({"descriptor", target});

@@ -4,14 +4,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
+#include <exception>
 #include <filesystem>
 #include <iomanip>
 #include <iostream>
 #include <iterator>
 #include <list>
 #include <map>
+#include <mutex>
+#include <semaphore>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -26,6 +30,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery{200};
 constexpr std::chrono::hours kLongest{1000};  // of a worker; each of its runs has a watchdog of its own
+constexpr size_t kShare = 8;                  // points; a worker's own survey is worth no fewer
 
 struct Row {
     size_t runs = 0;
@@ -71,11 +76,26 @@ std::string _repeat_line(const Options &options, const Command &command, const s
     return line;
 }
 
+using Slots = std::counting_semaphore<>;
+
+// Gives back the slot that has been taken for it.
+class Slot {
+public:
+    explicit Slot(Slots &slots) : slots_(slots) {}
+    Slot(const Slot &) = delete;
+    Slot &operator=(const Slot &) = delete;
+    ~Slot() { slots_.release(); }
+
+private:
+    Slots &slots_;
+};
+
 // A process of its own on a device of its own, which judges its share of the points.
 class Worker {
 public:
-    Worker(const Options &options, const Command &command, std::vector<std::string> points)
-        : points_(std::move(points)), process_(_words(options, command), _input(points_)) {}
+    /// @param slots  of which one has been taken for it.
+    Worker(Slots &slots, const Options &options, const Command &command, std::vector<std::string> points)
+        : slot_(slots), points_(std::move(points)), process_(_words(options, command), _input(points_)) {}
 
     /// Verdicts that have come since the last look; the first line is the survey's.
     [[nodiscard]] std::vector<json> look() {
@@ -128,55 +148,43 @@ private:
         }
     }
 
+    const Slot slot_;
     const std::vector<std::string> points_;
     Process process_;
     size_t seen_ = 0;
     bool ended_ = false;
 };
 
+// Its commands and their workers go on side by side, as many as there are jobs.
 class Sweep {
 public:
-    explicit Sweep(const Options &options) : options_(options) {}
+    explicit Sweep(const Options &options)
+        : options_(options), slots_(static_cast<ptrdiff_t>(options.jobs)) {}
 
-    void run(const Command &command) {
-        const json found = _survey(command);
-        const std::vector<std::string> points = _chosen(found);
-        std::vector<std::vector<std::string>> shares(std::min<size_t>(options_.jobs, points.size()));
-        for (size_t i = 0; i < points.size(); ++i) {
-            shares[i % shares.size()].push_back(points[i]);
-        }
-        std::list<Worker> workers;
-        for (const std::vector<std::string> &share : shares) {
-            workers.emplace_back(options_, command, share);
-        }
-        std::map<std::string, Row> rows;
-        size_t done = 0;
-        while (
-            std::any_of(workers.begin(), workers.end(), [](const Worker &each) { return !each.ended(); })) {
-            std::this_thread::sleep_for(kLookEvery);
-            for (Worker &worker : workers) {
-                for (const json &verdict : worker.ended() ? std::vector<json>() : worker.look()) {
-                    if (verdict.contains("point")) {
-                        ++done;
-                        _take(command, verdict, rows);
+    void run(const std::vector<Command> &commands) {
+        commands_.resize(commands.size());
+        std::vector<std::exception_ptr> failures(commands.size());
+        std::vector<std::thread> threads;
+        for (size_t i = 0; i < commands.size(); ++i) {
+            threads.emplace_back(
+                [this, &command = commands[i], &result = commands_[i], &failure = failures[i]] {
+                    try {
+                        result = _run(command);
+                    } catch (...) {
+                        failure = std::current_exception();
+                        stopped_ = true;  // the others' results would go with it
                     }
-                }
+                });
+        }
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+        for (const std::exception_ptr &failure : failures) {
+            if (failure != nullptr) {
+                std::rethrow_exception(failure);
             }
-            _progress(command.name() + ": " + std::to_string(done) + " of " + std::to_string(points.size()) +
-                          ", " + std::to_string(fallen_.size()) + " fallen",
-                      done == points.size());
         }
-        json faults = json::object();
-        for (const auto &[kind, row] : rows) {
-            faults[kind] = {{"runs", row.runs}, {"missed", row.missed}, {"fallen", row.fallen}};
-        }
-        commands_.push_back({{"command", command.name()},
-                             {"points", found.at("points").size()},
-                             {"good_run_ms", found.at("milliseconds")},
-                             {"library", found.at("library")},
-                             {"faults", faults}});
     }
-
     [[nodiscard]] int report() const {
         if (options_.json_output) {
             std::cout << json({{"commands", commands_}, {"fallen", fallen_}}).dump(1) << '\n';
@@ -188,8 +196,50 @@ public:
     }
 
 private:
-    [[nodiscard]] json _survey(const Command &command) const {
-        Worker worker(options_, command, {});
+    [[nodiscard]] json _run(const Command &command) {
+        const json found = _survey(command);
+        const std::vector<std::string> points = _chosen(found);
+        std::list<std::vector<std::string>> shares(
+            std::min<size_t>(options_.jobs, (points.size() + kShare - 1) / kShare));
+        for (auto share = shares.begin(); const std::string &point : points) {
+            share->push_back(point);
+            share = std::next(share) == shares.end() ? shares.begin() : std::next(share);
+        }
+        std::list<Worker> workers;
+        std::map<std::string, Row> rows;
+        size_t done = 0;
+        while (!stopped_ && (!shares.empty() || !workers.empty())) {
+            while (!shares.empty() && slots_.try_acquire()) {
+                workers.emplace_back(slots_, options_, command, shares.front());
+                shares.pop_front();
+            }
+            std::this_thread::sleep_for(kLookEvery);
+            for (auto worker = workers.begin(); worker != workers.end();) {
+                for (const json &verdict : worker->look()) {
+                    if (verdict.contains("point")) {
+                        ++done;
+                        _take(command, verdict, rows);
+                    }
+                }
+                worker = worker->ended() ? workers.erase(worker) : std::next(worker);
+            }
+            _progress(command.name() + ": " + std::to_string(done) + " of " + std::to_string(points.size()),
+                      done == points.size());
+        }
+        json faults = json::object();
+        for (const auto &[kind, row] : rows) {
+            faults[kind] = {{"runs", row.runs}, {"missed", row.missed}, {"fallen", row.fallen}};
+        }
+        return {{"command", command.name()},
+                {"points", found.at("points").size()},
+                {"good_run_ms", found.at("milliseconds")},
+                {"library", found.at("library")},
+                {"faults", faults}};
+    }
+
+    [[nodiscard]] json _survey(const Command &command) {
+        slots_.acquire();
+        Worker worker(slots_, options_, command, {});
         json found;
         while (!worker.ended()) {
             std::this_thread::sleep_for(kLookEvery);
@@ -225,16 +275,21 @@ private:
             return;
         }
         ++row.fallen;
+        const std::lock_guard guard(lock_);
         fallen_.push_back({{"command", command.name()},
                            {"point", text},
                            {"falls", falls},
                            {"repeat", _repeat_line(options_, command, text)}});
-        _progress(command.name() + ": " + text + " fell: " + falls[0].at("judgement").get<std::string>(),
-                  true);
+        _say(command.name() + ": " + text + " fell: " + falls[0].at("judgement").get<std::string>(), true);
+    }
+
+    void _progress(const std::string &text, bool stays) {
+        const std::lock_guard guard(lock_);
+        _say(text + ", " + std::to_string(fallen_.size()) + " fallen", stays);
     }
 
     // One line that is written anew on a terminal; elsewhere only those that are to stay.
-    void _progress(const std::string &text, bool stays) const {
+    static void _say(const std::string &text, bool stays) {
         const bool terminal = isatty(STDERR_FILENO) != 0;
         if (terminal || stays) {
             std::cerr << (terminal ? "\r\x1b[K" : "") << text << (stays ? "\n" : "") << std::flush;
@@ -277,7 +332,10 @@ private:
     }
 
     const Options options_;
-    json commands_ = json::array();
+    Slots slots_;  // one is a worker's
+    std::atomic<bool> stopped_ = false;
+    std::vector<json> commands_;  // what came of each
+    std::mutex lock_;             // of what follows, and of standard error
     json fallen_ = json::array();
 };
 
@@ -305,9 +363,7 @@ int sweep_over(const Options &options, const std::vector<Command> &commands) {
         static_cast<void>(Process({"strace", "-V"}).wait());  // throws where it is missing, and names it
     }
     Sweep sweep(options);
-    for (const Command &command : commands) {
-        sweep.run(command);
-    }
+    sweep.run(commands);
     return sweep.report();
 }
 

@@ -21,7 +21,7 @@ struct Options {
     std::string cloud;
 };
 
-/// Sweeps each command in turn; the table goes to standard output, progress to standard error.
+/// Sweeps the commands; the table goes to standard output, progress to standard error.
 /// @return 0, or 1 when something fell.
 /// @throws std::runtime_error  a command cannot be swept, or strace is missing; the text says why.
 [[nodiscard]] int sweep_over(const Options &options, const std::vector<Command> &commands);
