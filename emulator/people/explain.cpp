@@ -2,6 +2,7 @@
 #include <charconv>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <string>
 
 #include "commands.h"
@@ -32,6 +33,26 @@ int _explain_code(int code) {
     return known ? 0 : kUnknown;
 }
 
+// A line without a row of its own: which steps it may come from.
+int _explain_printed(const std::string &line) {
+    std::string_view text;  // the longest fits best
+    for (const PrintedLine &each : printed_lines()) {
+        text = each.text.size() > text.size() && line_fits(line, each.text) ? each.text : text;
+    }
+    if (text.empty()) {
+        std::cout << "no line of the device is like this\n";
+        return kUnknown;
+    }
+    std::cout << text << '\n';
+    std::set<std::string_view> steps;
+    for (const PrintedLine &each : printed_lines()) {
+        if (each.text == text && steps.insert(step_of(each.source)).second) {
+            std::cout << "  step:    " << step_of(each.source) << '\n';
+        }
+    }
+    return 0;
+}
+
 int _explain_line(const std::string &line) {
     for (const LineMeaning &row : line_meanings()) {
         if (line_fits(line, row.text)) {
@@ -46,8 +67,7 @@ int _explain_line(const std::string &line) {
             return 0;
         }
     }
-    std::cout << "no line of the device is like this\n";
-    return kUnknown;
+    return _explain_printed(line);
 }
 
 void _row(std::string_view first, std::string_view second, std::string_view third, std::string_view fourth) {

@@ -1,5 +1,6 @@
 #include "meanings.h"
 
+#include <algorithm>
 #include <array>
 
 namespace emulator {
@@ -181,6 +182,10 @@ constexpr std::array kModules{
     ModuleMeaning{"cloud_ipc", "exchange with the broker"},
 };
 
+constexpr PrintedLine kPrinted[] = {
+#include "printed_lines.inc"
+};
+
 }  // namespace
 
 std::span<const CodeMeaning> code_meanings() {
@@ -193,6 +198,19 @@ std::span<const LineMeaning> line_meanings() {
 
 std::span<const ModuleMeaning> module_meanings() {
     return kModules;
+}
+
+std::span<const PrintedLine> printed_lines() {
+    return kPrinted;
+}
+
+std::string_view step_of(std::string_view source) {
+    for (const ModuleMeaning &row : kModules) {
+        if (source.starts_with(row.name)) {
+            return row.step;
+        }
+    }
+    return {};
 }
 
 std::string_view place_text(Place place) {
@@ -221,7 +239,8 @@ bool line_fits(std::string_view line, std::string_view text) {
         }
         at = found + fixed.size();
         first = false;
-        text = percent == std::string_view::npos ? "" : text.substr(percent + 2);
+        const size_t letter = text.find_first_of("diufgscpx", std::min(percent, text.size()));
+        text = letter == std::string_view::npos ? "" : text.substr(letter + 1);
     }
     return !first;
 }

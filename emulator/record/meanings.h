@@ -30,14 +30,24 @@ struct ModuleMeaning {
     std::string_view step;
 };
 
+/// Each text that the program logs, whether it has a row or not.
+struct PrintedLine {
+    std::string_view text;    ///< as in LineMeaning
+    std::string_view source;  ///< the source's name
+};
+
 // The tables, in the order of docs/codes.md; they live as long as the program.
 [[nodiscard]] std::span<const CodeMeaning> code_meanings();
 [[nodiscard]] std::span<const LineMeaning> line_meanings();
 [[nodiscard]] std::span<const ModuleMeaning> module_meanings();
+[[nodiscard]] std::span<const PrintedLine> printed_lines();
+/// The step of a source; empty for one that no row knows.
+[[nodiscard]] std::string_view step_of(std::string_view source);
 /// The place for people: "printed", "cloud", ...
 [[nodiscard]] std::string_view place_text(Place place);
 
-/// Whether a console line holds the text of a row, with anything in the place of its conversions.
+/// Whether a console line holds the text of a row, with anything in the place of its
+/// conversions ("%d", "%.0f", "%lu").
 [[nodiscard]] bool line_fits(std::string_view line, std::string_view text);
 
 }  // namespace emulator

@@ -24,4 +24,12 @@ explains -3002 'no answer of the cloud in time'
 explains 20001 'the platform refused the image'
 explains 'open /tmp/cloud_up_img.bin failed.' 'download'
 explains '[src/cloud_fwVersion.cpp:cloud_x:7]anything' 'comparing versions'
+explains 'getDownloadFileLen filelen = 4000176' 'download: the transfer'
+explains 'user call check firmware update service...' 'the command itself'
+# Whatever the program logs is of some step.
+sed 's/", "[a-zA-Z_]*"},$//; s/^PrintedLine{"//' "$build/emulator/printed_lines.inc" >"$build/tests/printed"
+test -s "$build/tests/printed" || fail "no printed lines"
+sort -u "$build/tests/printed" | while IFS= read -r line; do
+    "$build/extender" explain -- "$line" | grep -q '^  step: *[a-z]' || fail "no step is told of: $line"
+done
 ! "$build/extender" explain -- -99999 || fail "an unknown number is known"
