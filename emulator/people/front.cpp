@@ -49,14 +49,15 @@ int emulator::run_in_front(Control &control, std::vector<std::string> words) {
         std::signal(signal, _hand_on);
     }
     const std::vector<char *> argv = exec_pointers(words);
+    control.note_start(words);  // before all that the command does
     pid_t pid = 0;
     const int error = posix_spawnp(&pid, argv[0], nullptr, nullptr, argv.data(), environ);
     if (error != 0) {
         std::cerr << words[0] << ": " << std::strerror(error) << '\n';
+        control.note_end(words, kNoCommand);
         return kNoCommand;
     }
     g_command = pid;
-    control.note_start(words);
     _await_end(pid);
     g_command = 0;
     if (Device::restart_due()) {

@@ -35,6 +35,7 @@ constexpr size_t kLongestLine = size_t{1} << 20U;
 constexpr size_t kStdio = 3;
 constexpr std::chrono::milliseconds kLookEvery{200};
 constexpr int kPatienceMs = 2000;  // after a hang-up
+constexpr int kNoCommand = 127;
 
 struct Address {
     explicit Address(const std::string &name) {
@@ -247,9 +248,15 @@ void ControlSocket::_exec(const Descriptor &guest, const json &request, std::vec
     if (argv.empty() || stdio.size() != kStdio) {
         throw std::invalid_argument("a command and three descriptors are needed");
     }
-    const pid_t pid = _spawn(argv, stdio, request.value("term", "dumb"));
+    control_.note_start(argv);  // before all that the command does
+    pid_t pid = -1;
+    try {
+        pid = _spawn(argv, stdio, request.value("term", "dumb"));
+    } catch (const std::system_error &) {
+        control_.note_end(argv, kNoCommand);
+        throw;
+    }
     stdio.clear();
-    control_.note_start(argv);
     const Descriptor pidfd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     std::array<pollfd, 2> inputs{{{pidfd.get(), POLLIN, 0}, {guest.get(), POLLIN, 0}}};
     while (poll(inputs.data(), inputs.size(), -1) < 0 || inputs[0].revents == 0) {
