@@ -30,7 +30,7 @@ if(CLOUD_REFERENCE AND CLOUD_HOST_TOOLS)
     add_test(NAME check.${name} COMMAND extender check ${ARGN})
     set_tests_properties(check.${name} PROPERTIES LABELS library TIMEOUT 900)
   endfunction()
-  # What any platform has to pass (ctest -L platform): by default the one that this tree builds.
+  # What any platform has to pass (ctest -L '^platform$'): by default the one that this tree builds.
   set(CLOUD_CHECK_WRAPPER $<TARGET_FILE:wrapper> CACHE STRING "libwrapper.so that the tests check")
   set(CLOUD_CHECK_RSA $<TARGET_FILE:rsa> CACHE STRING "librsa.so that the tests check")
   set(CLOUD_CHECK_IMAGE ${image} CACHE STRING "Firmware image that this platform takes")

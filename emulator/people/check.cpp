@@ -1,4 +1,5 @@
 // extender check: checks a part that somebody else wrote against the sentences of its page.
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@
 #include "commands.h"
 #include "namespace.h"
 #include "report.h"
+#include "unix_socket.h"
 
 namespace emulator {
 namespace {
@@ -72,6 +74,16 @@ check::Checks _checks(const Asked &asked) {
     return all;
 }
 
+// A part that should run and does not would be waited for in every check.
+void _reach(const Asked &asked) {
+    const int type = asked.part == "kmpd" ? SOCK_DGRAM : SOCK_STREAM;
+    const sockaddr_un address = socket_address(asked.neighbour.socket);
+    const Descriptor fd(socket(AF_UNIX, type | SOCK_CLOEXEC, 0));
+    if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        throw std::system_error(errno, std::generic_category(), asked.neighbour.socket);
+    }
+}
+
 // In a private device, but where the part runs already: its socket is the host's.
 void _enter(const Asked &asked) {
     if (asked.neighbour.socket.empty()) {
@@ -118,6 +130,8 @@ int _check(Asked asked) {
     std::unique_ptr<std::FILE, CloseFile> junit;
     if (asked.neighbour.socket.empty()) {
         split_off();
+    } else {
+        _reach(asked);
     }
     if (!asked.junit.empty()) {
         junit.reset(std::fopen(asked.junit.c_str(), "we"));
