@@ -168,6 +168,11 @@ void SequenceText::_print(const std::string &time, const Arrow &arrow) {
          << (style_.colour && !colour.empty() ? "\x1b[0m" : "") << '\n';
 }
 
+// The count of what goes on repeating is written when something else comes: a download would fill the screen.
+void SequenceText::pause() {
+    out_.flush();
+}
+
 void SequenceText::flush() {
     if (repeated_ > 0) {
         std::string line = style_.indent + (style_.times ? std::string(kTimeWidth, ' ') : "");

@@ -31,7 +31,9 @@ public:
     void header();
     /// Writes the lines of a record, or counts them as repeated.
     void add(const json &record);
-    /// Writes how many lines were repeated last. Call it before a pause, and at the end.
+    /// Shows what there is so far; call it when the next record is waited for.
+    void pause();
+    /// Writes how many lines were repeated last. Call it at the end, and before other text.
     void flush();
 
 private:

@@ -42,6 +42,9 @@ int _show(const Show &show) {
         std::ofstream file;
         if (show.html != "-") {
             file.open(show.html, std::ios::binary);
+            if (!file) {
+                throw std::system_error(errno, std::generic_category(), show.html);
+            }
         }
         std::ostream &out = show.html == "-" ? std::cout : file;
         write_page(out, journal, show.journal.empty() ? "a running device" : show.journal);
@@ -54,13 +57,14 @@ int _show(const Show &show) {
         while (const std::optional<json> record = journal.next()) {
             text.add(*record);
             if (!journal.ready()) {
-                text.flush();
+                text.pause();
             }
         }
         text.flush();
     }
     if (journal.foreign() > 0) {
-        std::cerr << "extender: " << journal.foreign() << " lines were no records.\n";
+        std::cerr << "extender: " << journal.foreign()
+                  << (journal.foreign() == 1 ? " line was no record.\n" : " lines were no records.\n");
     }
     return 0;
 }

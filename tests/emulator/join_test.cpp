@@ -139,7 +139,9 @@ TEST(ExtenderShow, DrawsLanesAndMarksFaults) {
               "             (again, 1 line)\n"
               "   1.500000  |x...|    |    |    |    |    |  ! answer bindDevice id ...\n"
               "   1.600000  |---------------------------->|  a <b> [2J line that is ...\n");
-    EXPECT_THAT(run.err, HasSubstr("1 lines were no records"));
+    EXPECT_THAT(run.err, HasSubstr("1 line was no record"));
+    const auto nowhere = Process({extender, "show", "/tmp/j", "--html", "/tmp/nowhere/page"}).wait();
+    EXPECT_THAT(nowhere.err, HasSubstr("/tmp/nowhere/page: No such file or directory"));
     const auto page = Process({extender, "show", "/tmp/j", "--html", "-"}).wait();
     EXPECT_THAT(page.out, testing::AllOf(HasSubstr("a &lt;b&gt; [2J"), HasSubstr("000000  a1 b2 00 40 00 00"),
                                          HasSubstr("&quot;method&quot;: &quot;bindDevice&quot;")));
