@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <stdexcept>
 #include <system_error>
 #include <utility>
 
@@ -101,6 +102,9 @@ std::vector<json> read_journal(const std::string &path) {
     std::vector<json> records;
     while (std::optional<json> record = reader.next()) {
         records.push_back(std::move(*record));
+    }
+    if (records.empty() && reader.foreign() > 0) {
+        throw std::invalid_argument(path + " is no journal: no line of it is a record");
     }
     return records;
 }

@@ -41,7 +41,9 @@ private:
     int foreign_ = 0;
 };
 
-/// All records of a journal. @throws std::system_error  it cannot be read.
+/// All records of a journal.
+/// @throws std::system_error  it cannot be read.
+/// @throws std::invalid_argument  it has lines, but none that is a record.
 [[nodiscard]] std::vector<json> read_journal(const std::string &path);
 
 }  // namespace emulator
