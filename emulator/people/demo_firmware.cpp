@@ -14,7 +14,6 @@ namespace {
 
 constexpr size_t kImageBytes = 3000000;
 constexpr std::uintmax_t kCutAt = kImageBytes / 2;
-constexpr const char *kPartialImage = "/tmp/cloud_up_img.bin";
 constexpr const char *kImage = "/tmp/httpUploadFile.bin";
 constexpr const char *kVerified = "Verify image ok, now will reboot...";
 

@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "firmware.h"
 #include "namespace.h"
 #include "scene.h"
 #include "system_calls.h"
@@ -123,6 +124,7 @@ Survey survey(Stage &stage, const std::vector<std::string> &kinds) {
     const Files oldFiles = Stage::files();
     good.states.push_back(stage.state());
     _take_names(good);
+    good.names.insert(kPartialImage);
     const auto begin = std::chrono::steady_clock::now();
     const Outcome first = _good_run(stage, false);
     const auto time = std::chrono::steady_clock::now() - begin;
