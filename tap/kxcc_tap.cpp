@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -18,13 +17,12 @@
 #include <memory>
 #include <new>
 #include <span>
-#include <string_view>
 
 #include "cloud_owner.h"
 #include "cloud_wire.h"
-#include "nearest_word.h"
 #include "tap_journal.h"
 #include "tap_link.h"
+#include "tap_options.h"
 #include "tap_socket.h"
 
 namespace {
@@ -37,36 +35,12 @@ constexpr long kNsPerMs = 1000000;
 constexpr unsigned kDrainS = 1;  // for a slow reader, at the end
 constexpr int kStartS = 1;       // between a broker's bind and its listen
 constexpr uint64_t kFileLimitKib = 4096;
-constexpr uint64_t kKib = 1024;
-
-constexpr std::string_view kUsage =
-    "Usage: kxcc-tap [OPTION...] [JOURNAL]\n"
-    "Stands between the cloud broker and its clients and writes every message to JOURNAL, or to\n"
-    "standard output. Ends, and gives the socket back, at SIGINT, SIGTERM or SIGHUP.\n"
-    "\n"
-    "  --socket PATH   the broker's socket (/tmp/cloud-brd)\n"
-    "  --wait          wait until there is one\n"
-    "  --limit KIB     end when the journal has this size; 0: never (4096 for a file)\n"
-    "  --restore       give the socket back that a killed kxcc-tap has left aside\n"
-    "  --version, --help\n";
-
-constexpr std::array<std::string_view, 6> kOptions{"--socket",  "--wait",    "--limit",
-                                                   "--restore", "--version", "--help"};
 
 volatile sig_atomic_t g_signals = 0;
 
 void _count_signal(int /*signal*/) {
     g_signals = g_signals + 1;
 }
-
-struct Options {
-    const char *socket = kBrokerPath;
-    const char *journal = nullptr;
-    uint64_t limitKib = 0;
-    bool limited = false;
-    bool wait = false;
-    bool restore = false;
-};
 
 // Of what placement new has made in memory of malloc().
 struct PlacedReleaser {
@@ -292,72 +266,6 @@ int Tap::run(bool wait) {
     return status_;
 }
 
-void _print(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t size = write(STDOUT_FILENO, text.data(), text.size());
-        if (size <= 0 && errno != EINTR) {
-            return;
-        }
-        text.remove_prefix(size > 0 ? static_cast<size_t>(size) : 0);
-    }
-}
-
-// Says what is wrong with a word that is none of those taken. @return the exit status.
-int _wrong_word(const char *word, bool journalTaken) {
-    const std::string_view near = nearest_word(word, kOptions);
-    if (near == word) {
-        dprintf(STDERR_FILENO, "kxcc-tap: %s needs a value\n", word);
-    } else if (word[0] != '-') {
-        dprintf(STDERR_FILENO, "kxcc-tap: %s: %s\n", word,
-                journalTaken ? "there is a JOURNAL already" : "no name of a JOURNAL");
-    } else {
-        dprintf(STDERR_FILENO, "kxcc-tap: there is no option %s%s%.*s%s (see kxcc-tap --help)\n", word,
-                near.empty() ? "" : "; did you mean ", static_cast<int>(near.size()), near.data(),
-                near.empty() ? "" : "?");
-    }
-    return 2;
-}
-
-// @return -1: go on; any other: the exit status.
-int _parse(int argc, char **argv, Options *options) {
-    for (int i = 1; i < argc; ++i) {
-        const std::string_view word = argv[i];
-        const std::string_view value = i + 1 < argc ? argv[i + 1] : "";
-        if (word == "--help" || word == "-h") {
-            _print(kUsage);
-            return 0;
-        }
-        if (word == "--version") {
-            _print("kxcc-tap " KXCC_TAP_VERSION "\n");
-            return 0;
-        }
-        if (word == "--wait") {
-            options->wait = true;
-        } else if (word == "--restore") {
-            options->restore = true;
-        } else if (word == "--socket" && !value.empty()) {
-            if (!TapSocket::fits(value)) {
-                dprintf(STDERR_FILENO, "kxcc-tap: --socket: the path is too long: %s\n", argv[i + 1]);
-                return 2;
-            }
-            options->socket = argv[++i];
-        } else if (word == "--limit" && !value.empty()) {
-            const auto read = std::from_chars(value.begin(), value.end(), options->limitKib);
-            if (read.ec != std::errc{} || read.ptr != value.end() || options->limitKib > UINT64_MAX / kKib) {
-                dprintf(STDERR_FILENO, "kxcc-tap: --limit: no number: %s\n", argv[i + 1]);
-                return 2;
-            }
-            options->limited = true;
-            ++i;
-        } else if (options->journal == nullptr && !word.empty() && word[0] != '-') {
-            options->journal = argv[i];
-        } else {
-            return _wrong_word(argv[i], options->journal != nullptr);
-        }
-    }
-    return -1;
-}
-
 // The journal holds passwords: it is the own user's alone, and nothing that a stranger has put at its place.
 UniqueFd _open_journal(const char *path) {
     constexpr mode_t kOwnersAlone = 0600;
@@ -393,7 +301,7 @@ void _hold_standard_descriptors() {
 int main(int argc, char **argv) {
     _hold_standard_descriptors();
     Options options;
-    const int parsed = _parse(argc, argv, &options);
+    const int parsed = parse_options(argc, argv, &options);
     if (parsed >= 0) {
         return parsed;
     }
@@ -412,7 +320,7 @@ int main(int argc, char **argv) {
     }
     const int sink = file.ok() ? file.get() : STDOUT_FILENO;
     const uint64_t limit = options.limited ? options.limitKib : file.ok() ? kFileLimitKib : 0;
-    TapJournal journal(sink, limit * kKib);
+    TapJournal journal(sink, limit * kBytesPerKib);
     void *const room = journal.ok() ? malloc(sizeof(Tap)) : nullptr;
     if (room == nullptr) {
         dprintf(STDERR_FILENO, "kxcc-tap: no memory\n");

@@ -108,8 +108,9 @@ INSTANTIATE_TEST_SUITE_P(Signals, TapEnds,
 TEST(Tap, LeavesEachSideWhatTheOtherSays) {
     Descriptor listening = bound_socket(SOCK_STREAM, kPath);
     listen(listening.get(), 8);
+    const ino_t own = _inode(kPath);
     const Process tap = _start_tap();
-    ASSERT_TRUE(_taken(_inode(kPath))) << tap.err();
+    ASSERT_TRUE(_taken(own)) << tap.err();
     const auto connectBoth = [&](Descriptor *client, Descriptor *broker) {
         client->reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         const sockaddr_un address = socket_address(kPath);
