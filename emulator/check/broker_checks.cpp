@@ -49,7 +49,7 @@ public:
     }
     /// A client that was greeted.
     Peer client() {
-        Peer peer = Peer::to(path_);
+        Peer peer = stranger();
         const Frame greeting = peer.receive();
         require(greeting.type == kAccept, "the greeting has type " + std::to_string(greeting.type));
         require(greeting.member("errorcode") == 0 && greeting.member("result").is_number() &&
@@ -58,7 +58,9 @@ public:
         return peer;
     }
     /// A client that is not greeted yet.
-    [[nodiscard]] Peer stranger() const { return Peer::to(path_); }
+    [[nodiscard]] Peer stranger() {
+        return Peer::to(path_, [this] { return end(); });
+    }
     /// Finds out whether others are served still.
     void serve_others() {
         const Frame mode = client().ask(kLogic, "");

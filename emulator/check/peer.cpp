@@ -34,13 +34,15 @@ json Frame::member(const char *name) const {
     return parsed.is_object() && parsed.contains(name) ? parsed.at(name) : json();
 }
 
-Peer Peer::to(const std::string &path) {
+Peer Peer::to(const std::string &path, const std::function<std::string()> &ended) {
     const sockaddr_un address = socket_address(path);
     for (int i = 0; i < kTries; ++i) {
         Descriptor fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0) {
             return Peer(std::move(fd));
         }
+        const std::string why = ended();
+        require(why.empty(), why);
         std::this_thread::sleep_for(kBetweenTries);
     }
     throw Failed("nobody listens at " + path);

@@ -2,6 +2,7 @@
 // twenty for one to connect to.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,8 +23,9 @@ class Peer {
 public:
     explicit Peer(Descriptor fd) : fd_(std::move(fd)) {}
 
-    /// Connects to a socket, and waits until there is one. @throws Failed  nobody listens in time.
-    [[nodiscard]] static Peer to(const std::string &path);
+    /// Connects to a socket, and waits until there is one.
+    /// @param ended  says why nobody will come any more; "": wait on. @throws Failed  nobody listens in time.
+    [[nodiscard]] static Peer to(const std::string &path, const std::function<std::string()> &ended);
     /// Waits for the next client of a listening socket. @throws Failed  none comes in time.
     [[nodiscard]] static Peer of(const Descriptor &listening);
 
