@@ -148,6 +148,7 @@ void add_demo(CLI::App &app, int &status) {
     const auto setting = std::make_shared<Setting>();
     CLI::App *command = app.add_subcommand("demo", "Plays the life of a device, step by step.");
     add_journal_option(*command, *setting);
+    add_name_option(*command, *setting);
     command->callback([setting, &status] {
         status = in_device(*setting, [&](std::FILE *sink, const json &, const json &) {
             return _play(sink, setting->name);

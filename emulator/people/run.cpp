@@ -57,6 +57,7 @@ void emulator::add_run(CLI::App &app, int &status) {
     const auto run = std::make_shared<Work>();
     CLI::App *command = app.add_subcommand("run", "Run a command on the device; exits with its status.");
     add_device_options(*command, run->setting);
+    add_name_option(*command, run->setting);
     CLI::Option *replay =
         command
             ->add_option("--replay", run->replay, "Journal whose broker answers, instead of the emulator's")

@@ -73,6 +73,9 @@ CLI::Validator emulator::readable_folder() {
 void emulator::add_journal_option(CLI::App &command, Setting &setting) {
     command.add_option("--journal", setting.journal,
                        "File that gets a JSON line for everything that happens (/dev/stderr, too)");
+}
+
+void emulator::add_name_option(CLI::App &command, Setting &setting) {
     command.add_option("--name", setting.name,
                        "What the device is called by those who join it (exec, inject, show)");
 }

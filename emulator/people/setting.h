@@ -25,10 +25,13 @@ struct Setting {
 [[nodiscard]] CLI::Validator readable_file();
 [[nodiscard]] CLI::Validator readable_folder();
 
-/// Adds --journal and --name.
+/// Adds --journal.
 void add_journal_option(CLI::App &command, Setting &setting);
 
-/// Adds --journal, --name, --scenario, --cloud and --flash.
+/// Adds --name, for devices that can be joined.
+void add_name_option(CLI::App &command, Setting &setting);
+
+/// Adds --journal, --scenario, --cloud and --flash.
 void add_device_options(CLI::App &command, Setting &setting);
 
 /// Enters the private device of a setting and does work there. The documents and the journal are files of the

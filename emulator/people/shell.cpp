@@ -41,5 +41,6 @@ void emulator::add_shell(CLI::App &app, int &status) {
     const auto setting = std::make_shared<Setting>();
     CLI::App *command = app.add_subcommand("shell", "An interactive shell on the device.");
     add_device_options(*command, *setting);
+    add_name_option(*command, *setting);
     command->callback([setting, &status] { status = with_device(*setting, _shell); });
 }

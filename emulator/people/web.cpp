@@ -40,6 +40,7 @@ void emulator::add_web(CLI::App &app, int &status) {
     CLI::App *command =
         app.add_subcommand("web", "The device on a page; prints its address. Ctrl-C ends it.");
     add_device_options(*command, web->setting);
+    add_name_option(*command, web->setting);
     command->add_option("--port", web->port, "Port on loopback (default: a free one)")
         ->check(CLI::Range(0, kHighestPort));
     command->callback([web, &status] {
