@@ -86,7 +86,8 @@ template <auto kCall>
 
 // Returns the count read, less than `size` when the peer closed or after a failure or time-out;
 // -1 when nothing had been read before the failure.
-// @param isHere  as a rule the bytes have come already: they are asked for without a wait first, which saves a call.
+// @param isHere  as a rule the bytes have come already: they are asked for without a wait first, which saves
+// a call.
 [[nodiscard]] ssize_t _read_all(int fd, void *buffer, size_t size, bool isHere) {
     size_t done = 0;
     while (done < size) {

@@ -10,7 +10,8 @@
 namespace emulator {
 
 inline constexpr const char *kStatusPath = "/tmp/cloud.info";
-inline constexpr const char *kPartialImage = "/tmp/cloud_up_img.bin";  ///< a download that was cut goes on with it
+inline constexpr const char *kPartialImage =
+    "/tmp/cloud_up_img.bin";  ///< a download that was cut goes on with it
 inline constexpr const char *kNewVersion = "1.0.7 Build 20210611 Rel.51820";
 
 /// Has the cloud offer an image of a version as its only firmware. The image is made by `cloud_image` when
