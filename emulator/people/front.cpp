@@ -19,7 +19,6 @@
 
 namespace {
 
-constexpr int kNoCommand = 127;
 constexpr std::chrono::seconds kLastScripts{2};  // that a command may have left in the background
 
 std::atomic<pid_t> g_command{0};

@@ -106,7 +106,6 @@ void Cockpit::_run(Command &command) {
         constexpr int kSignals = 128;
         status = run.signal != 0 ? kSignals + run.signal : run.status;
     } catch (const std::exception &error) {  // it does not start
-        constexpr int kNoCommand = 127;
         add(error.what());
         status = kNoCommand;
     }

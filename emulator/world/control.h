@@ -13,6 +13,8 @@
 
 namespace emulator {
 
+inline constexpr int kNoCommand = 127;  ///< status of a command that does not start, as a shell has it
+
 class Control {
 public:
     /// Device and server must outlive it.

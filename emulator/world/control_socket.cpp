@@ -35,7 +35,6 @@ constexpr size_t kLongestLine = size_t{1} << 20U;
 constexpr size_t kStdio = 3;
 constexpr std::chrono::milliseconds kLookEvery{200};
 constexpr int kPatienceMs = 2000;  // after a hang-up
-constexpr int kNoCommand = 127;
 
 struct Address {
     explicit Address(const std::string &name) {
