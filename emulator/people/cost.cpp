@@ -26,7 +26,7 @@ constexpr int kOver = 1;
 constexpr int kDefaultRounds = 20;
 // Some figures differ from run to run (the numbers of an RSA key's blinding take more or less memory, so more
 // or fewer calls for it): only what is above its limit each time is growth.
-constexpr int kLooks = 4;
+constexpr int kLooks = 6;
 
 struct Wish {
     emulator::Setting setting;
