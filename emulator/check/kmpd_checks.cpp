@@ -178,7 +178,11 @@ Checks kmpd_checks(const Neighbour &daemon) {
         row("no-address", kNoAddress,
             [](Part &part) { part.sender("").deliver(_datagram(1, part.big_endian())); }),
         row("gone", kNoAddress,
-            [](Part &part) { part.sender("/tmp/gone_unix").deliver(_datagram(1, part.big_endian())); }),
+            [](Part &part) {
+                const Sender gone = part.sender("/tmp/gone_unix");
+                unlink("/tmp/gone_unix");  // before the daemon can be quick enough to answer
+                gone.deliver(_datagram(1, part.big_endian()));
+            }),
         row("never-reads", kNoAddress,
             [](Part &part) {
                 const Sender lazy = part.sender("/tmp/lazy_unix");
