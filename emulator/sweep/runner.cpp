@@ -184,7 +184,7 @@ Outcome run_struck(Device &device, const std::vector<std::string> &words, const 
 
 Trace read_trace(const std::string &text) {
     static const std::regex kCall(R"(^([a-z0-9_]+)\()");
-    static const std::regex kPath(R"raw("(/tmp/[^"]+)")raw");
+    static const std::regex kPath(R"raw("(/tmp/[^"]*[^"/])/?")raw");  // a folder goes by one name
     Trace trace;
     std::set<std::string> paths;
     std::istringstream lines(text);
