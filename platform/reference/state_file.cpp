@@ -9,6 +9,7 @@
 
 namespace {
 
+constexpr int kTurnsMax = 1000;
 constexpr char kSystemStore[] = "/var/lib/cloud_msg/store.db";
 constexpr char kUserStore[] = "/cloud_msg/store.db";  // below the user's state folder
 constexpr char kHomeState[] = "/.local/state";
@@ -169,7 +170,8 @@ bool PendingFile::open(const PathText &path, Wait wait) {
     if (!_join(&temporary_, path.data(), ".new") || !state_makeFolderOf(path)) {
         return false;
     }
-    for (;;) {
+    // Each turn is lost to a writer that ended meanwhile; more than these is a system that cannot tell.
+    for (int turns = 0; turns < kTurnsMax; ++turns) {
         constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
         UniqueFd fd(::open(temporary_.data(), kFlags, kFileMode));
         if (!fd.ok() || !_lock(fd.get(), wait)) {
@@ -185,6 +187,7 @@ bool PendingFile::open(const PathText &path, Wait wait) {
         fd_ = std::move(fd);  // what a killed writer left in it goes now
         return ftruncate(fd_.get(), 0) == 0 && fchmod(fd_.get(), kFileMode) == 0;
     }
+    return false;
 }
 
 bool PendingFile::commit() {
