@@ -107,6 +107,9 @@ private:
         const SilentTerminal silent;
         fputs(question, stderr);
         length = read(STDIN_FILENO, room.data(), room.size());
+        if (length == 0) {
+            return "no text was given";  // the end of input, not an empty line
+        }
     } else {
         length = state_readAll(STDIN_FILENO, bytes);
     }
