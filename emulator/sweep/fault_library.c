@@ -214,8 +214,21 @@ CALL(ssize_t, recvfrom,
      (int fd, void *bytes, size_t size, int flags, struct sockaddr *from, socklen_t *length),
      (fd, bytes, size, flags, from, length), -1, ENOMEM, fd)
 CALL(int, poll, (struct pollfd * fds, nfds_t number, int wait), (fds, number, wait), -1, EINTR, -1)
-CALL(int, nanosleep, (const struct timespec *time, struct timespec *left), (time, left), -1, EINTR, -1)
 CALL(int, usleep, (useconds_t time), (time), -1, EINTR, -1)
+
+/* An interrupted sleep tells what is left: here nothing, or who sleeps on for it would never wake. */
+RECORD(nanosleep)
+int nanosleep(const struct timespec *time, struct timespec *left) {
+    NEXT(nanosleep)
+    if ((time->tv_sec != 0 || time->tv_nsec != 0) && _fails(&l_nanosleep, 0, -1)) {
+        if (left != NULL) {
+            *left = (struct timespec){0, 0};
+        }
+        errno = EINTR;
+        return -1;
+    }
+    return next(time, left);
+}
 
 /* The rest of the system. */
 CALL(int, pthread_create, (pthread_t * thread, const pthread_attr_t *how, void *(*run)(void *), void *with),

@@ -27,15 +27,22 @@ std::string _ending(const Outcome &outcome) {
 }
 
 // Names that no good run leaves, nor the fault itself. A killed run may leave one for each file that it
-// wrote, named after it: the next write of that file takes it away, and the next run need not write it.
+// wrote, named after it: the next write of that file takes it away, and the next run need not write it. What
+// could not be removed stays: by one failure one name.
 void _judge_names(const Point &point, const Good &good, std::vector<Fall> &falls) {
     std::set<std::string> excused;
+    bool refused = false;
     for (const std::string &path : Stage::names()) {
         const bool ofFault = point.kind == "files" && point.place != "/tmp" && path.starts_with(point.place);
         const std::string written = path.substr(0, path.rfind('.', path.rfind('.') - 1));  // NAME.PID.COUNT
         const bool ofKill =
             _was_killed(point) && good.names.contains(written) && excused.insert(written).second;
-        if (!good.names.contains(path) && !ofFault && !ofKill) {
+        if (good.names.contains(path) || ofFault || ofKill) {
+            continue;
+        }
+        if (point.place == "unlink" && (point.fault == "ever" || !refused)) {
+            refused = true;
+        } else {
             falls.push_back({path.ends_with(".lock") ? "lock" : "temporary", path});
         }
     }
