@@ -78,7 +78,7 @@ struct ImageServer::Rule {
 struct ImageServer::Answer {
     Content content;  // keeps the body
     std::string_view body;
-    json faults;
+    json faults = json::object();
     size_t sent = 0;
 };
 
