@@ -2,9 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
+#include <thread>
 
 namespace emulator::sweep {
 namespace {
+
+constexpr std::chrono::seconds kScriptTime{2};
 
 // A process that is killed may leave files. They count only when the next run leaves them there.
 bool _was_killed(const Point &point) {
@@ -46,6 +50,17 @@ void _judge_names(const Point &point, const Good &good, std::vector<Fall> &falls
             falls.push_back({path.ends_with(".lock") ? "lock" : "temporary", path});
         }
     }
+}
+
+// The script that takes new settings up is started without waiting for its end.
+std::vector<std::string> _left_running() {
+    const auto deadline = std::chrono::steady_clock::now() + kScriptTime;
+    std::vector<std::string> left = Stage::running();
+    while (!left.empty() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        left = Stage::running();
+    }
+    return left;
 }
 
 void _judge_state(const char *judgement, const Good &good, const json &state, std::vector<Fall> &falls) {
@@ -100,7 +115,7 @@ std::vector<Fall> judge_run(const Point &point, const Good &good, const Outcome 
 
 std::vector<Fall> judge_device(const Point &point, const Good &good, Stage &stage) {
     std::vector<Fall> falls;
-    for (const std::string &process : Stage::running()) {
+    for (const std::string &process : _left_running()) {
         falls.push_back({"process", process});
     }
     for (const std::string &lock : Stage::locked()) {
