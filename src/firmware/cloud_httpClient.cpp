@@ -26,7 +26,6 @@ constexpr size_t kNameRecordRoom = 2048;
 constexpr int32_t kPercentDone = 100;
 constexpr mode_t kTargetMode = 0666;
 constexpr int kFailuresMax = 5;  // in a row, without a byte
-constexpr long kRangeRefused = 416;
 constexpr double kNothing = 0.0001;
 constexpr unsigned int kModeEnd = 2;
 
@@ -155,18 +154,6 @@ void _measure_partial(const struct stat &status, const char *localPath) {
     return setCurlPointer(curl, CURLOPT_WRITEDATA, file, "Set CURLOPT_WRITEFUNCTION failed: %s\n");
 }
 
-// libcurl takes a refused range for the end of what there is, by its version and by the header that came
-// along. Asked only where bytes are missing, it is a refusal like any other.
-[[nodiscard]] CURLcode _perform(CURL *curl) {
-    const CURLcode code = cloud_curl()->easyPerform(curl);
-    long status = 0;
-    if (code == CURLE_OK && cloud_curl()->easyGetinfo(curl, CURLINFO_RESPONSE_CODE, &status) == CURLE_OK &&
-        status == kRangeRefused) {
-        return CURLE_HTTP_RETURNED_ERROR;
-    }
-    return code;
-}
-
 // Transfers until all is here or nothing more comes.
 // @param lastCode  receives libcurl's code of the last transfer.
 [[nodiscard]] int _run_transfers(const HttpClientFileInfo *info, CURL *curl, CURLcode *lastCode) {
@@ -180,7 +167,7 @@ void _measure_partial(const struct stat &status, const char *localPath) {
         if (_set_resume_breakpoint(curl) != 0) {
             return -1;
         }
-        const CURLcode code = _perform(curl);
+        const CURLcode code = cloud_curl()->easyPerform(curl);
         *lastCode = code;
         CLOUD_LOG("httpClientFileInfo.localFileLength:%f tmpFileLen:%f\n", info->localFileLength, lastLength);
         // Contract: whatever the code; the message speaks of a time-out all the same.
@@ -190,6 +177,8 @@ void _measure_partial(const struct stat &status, const char *localPath) {
             failures = 0;
             continue;
         }
+        // Contract: its code decides, also where it takes a refused range (416) for the end of the image, as
+        // newer versions always do and older ones without a Content-Range.
         if (code == CURLE_OK) {
             return result;
         }
