@@ -138,10 +138,10 @@ private:
     void _end(std::vector<json> &fresh) {
         ended_ = true;
         const Run run = process_.wait();
-        if (seen_ == 0) {
+        if (seen_ == 0 && points_.empty()) {  // no survey, no sweep
             throw std::runtime_error(run.err.empty() ? "a worker ended at once" : run.err);
         }
-        for (size_t i = seen_ - 1; i < points_.size(); ++i) {
+        for (size_t i = seen_ == 0 ? 0 : seen_ - 1; i < points_.size(); ++i) {
             fresh.push_back({{"point", points_[i]},
                              {"struck", true},
                              {"falls", {{{"judgement", "sweep"}, {"text", "no verdict; " + run.err}}}}});
