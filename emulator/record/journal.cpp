@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
 namespace emulator {
@@ -16,13 +15,6 @@ std::string valid_utf8(std::string_view text) {
     return json::parse(dump(json(text)));
 }
 
-Journal::Journal(std::FILE *sink) : sink_(sink) {
-    std::error_code unnamed;  // then the message goes without
-    if (sink != nullptr) {
-        name_ = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fileno(sink)), unnamed);
-    }
-}
-
 void Journal::add(std::string_view kind, const json &fields) {
     const std::lock_guard lock(mutex_);
     const auto age = std::chrono::steady_clock::now() - begin_;  // under the lock: "t" never goes back
@@ -33,8 +25,7 @@ void Journal::add(std::string_view kind, const json &fields) {
     if (sink_ != nullptr) {
         const bool written = std::fputs(line.c_str(), sink_) >= 0;
         if (std::fflush(sink_) != 0 || !written) {
-            std::fprintf(stderr, "The journal cannot be written to %s: %s\n", name_.c_str(),
-                         std::strerror(errno));
+            std::fprintf(stderr, "The journal cannot be written: %s\n", std::strerror(errno));
             sink_ = nullptr;
         }
     }

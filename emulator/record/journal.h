@@ -34,7 +34,7 @@ public:
 
     /// @param sink  open file that gets each record as one line, or null; stays the caller's. When it cannot
     ///     be written, one line on standard error says so, and it gets nothing more.
-    explicit Journal(std::FILE *sink = nullptr);
+    explicit Journal(std::FILE *sink = nullptr) : sink_(sink) {}
 
     /// Appends a record {"seq", "t", "kind", members of fields...}.
     void add(std::string_view kind, const json &fields);
@@ -80,7 +80,6 @@ private:
     std::deque<Kept> records_;  // under mutex_; their "seq" go up by one
     size_t bytes_ = 0;          // under mutex_: of all that are kept
     std::FILE *sink_;           // under mutex_
-    std::string name_;          // the sink's, as it was opened
     int seq_ = 0;               // under mutex_
 };
 

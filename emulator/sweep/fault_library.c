@@ -213,9 +213,9 @@ CALL(ssize_t, recv, (int fd, void *bytes, size_t size, int flags), (fd, bytes, s
 CALL(ssize_t, recvfrom,
      (int fd, void *bytes, size_t size, int flags, struct sockaddr *from, socklen_t *length),
      (fd, bytes, size, flags, from, length), -1, ENOMEM, fd)
-/* No kernel interrupts for ever without a wait: who asks again, as libcurl does, would ask for ever. */
+/* A look that does not wait is never interrupted: who asks again then, as libcurl does, would go on. */
 CALL(int, poll, (struct pollfd * fds, nfds_t number, int wait), (fds, number, wait), -1,
-     l_ever ? ENOMEM : EINTR, -1)
+     wait == 0 ? ENOMEM : EINTR, -1)
 CALL(int, usleep, (useconds_t time), (time), -1, EINTR, -1)
 
 /* An interrupted sleep tells what is left: here nothing, or who sleeps on for it would never wake. */

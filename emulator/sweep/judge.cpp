@@ -44,9 +44,10 @@ void _judge_names(const Point &point, const Good &good, std::vector<Fall> &falls
         if (good.names.contains(path) || ofFault || ofKill) {
             continue;
         }
-        if (point.place == "unlink" && (point.fault == "ever" || !refused)) {
-            refused = true;
-        } else {
+        const bool mayStay =
+            point.place == "unlink" && !_was_killed(point) && (point.fault == "ever" || !refused);
+        refused = refused || mayStay;
+        if (!mayStay) {
             falls.push_back({path.ends_with(".lock") ? "lock" : "temporary", path});
         }
     }
